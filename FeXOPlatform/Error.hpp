@@ -1,0 +1,47 @@
+#pragma once
+
+#include <FeXOPlatform/Export.hpp>
+
+#include <memory>
+#include <string>
+#include <type_traits>
+
+namespace fexo {
+
+// Base of every concrete error kind (URLError, DecodingError, EncodingError, ...).
+class FEXO_EXPORT ErrorBase {
+public:
+    virtual ~ErrorBase();
+
+    // The English sentence a user may see.
+    virtual std::string localizedDescription() const = 0;
+    // The textual form printed for developers: type, code and details.
+    virtual std::string description() const = 0;
+};
+
+// A shared, immutable, type-erased error value. Copies share the same concrete error;
+// the concrete kind is recovered with as<T>().
+class FEXO_EXPORT Error {
+public:
+    template <class E>
+        requires std::is_base_of_v<ErrorBase, std::decay_t<E>>
+    Error(E&& error) // NOLINT(google-explicit-constructor): errors convert like Swift's `any Error`
+        : impl_(std::make_shared<const std::decay_t<E>>(std::forward<E>(error)))
+    {
+    }
+
+    std::string localizedDescription() const { return impl_->localizedDescription(); }
+    std::string description() const { return impl_->description(); }
+
+    // The concrete error when it is of kind E (or derived from it), else null.
+    template <class E>
+    const E* as() const
+    {
+        return dynamic_cast<const E*>(impl_.get());
+    }
+
+private:
+    std::shared_ptr<const ErrorBase> impl_;
+};
+
+} // namespace fexo

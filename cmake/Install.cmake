@@ -1,0 +1,35 @@
+include(CMakePackageConfigHelpers)
+
+# Public headers and what they include are installed under the same paths as in the tree.
+foreach(header IN LISTS FEXO_HEADERS)
+  file(RELATIVE_PATH rel ${PROJECT_SOURCE_DIR} ${header})
+  get_filename_component(dir ${rel} DIRECTORY)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${dir})
+endforeach()
+
+install(TARGETS FeXONotificationService EXPORT FeXONotificationServiceTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+set(FEXO_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/FeXONotificationService)
+install(EXPORT FeXONotificationServiceTargets
+  NAMESPACE FeXO::
+  FILE FeXONotificationServiceTargets.cmake
+  DESTINATION ${FEXO_CMAKE_DIR})
+
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/FeXONotificationServiceConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/FeXONotificationServiceConfig.cmake
+  INSTALL_DESTINATION ${FEXO_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/FeXONotificationServiceConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${PROJECT_BINARY_DIR}/FeXONotificationServiceConfig.cmake
+  ${PROJECT_BINARY_DIR}/FeXONotificationServiceConfigVersion.cmake
+  DESTINATION ${FEXO_CMAKE_DIR})
+
+configure_file(${PROJECT_SOURCE_DIR}/cmake/FeXONotificationService.pc.in
+  ${PROJECT_BINARY_DIR}/FeXONotificationService.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/FeXONotificationService.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
