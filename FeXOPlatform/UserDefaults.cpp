@@ -20,6 +20,7 @@ namespace fexo {
 namespace {
 
 constexpr int busyTimeoutMilliseconds = 5000;
+constexpr int busyAttempts = 6;
 constexpr const char* databaseFileName = "defaults.sqlite";
 
 // The statements each connection prepares once, on first use, and keeps.
@@ -320,7 +321,7 @@ struct UserDefaults::Connection {
     // Runs a statement that returns no rows; a failure inside a transaction dooms it.
     bool run(Use& statement)
     {
-        const bool ok = statement && sqlite3_step(statement.get()) == SQLITE_DONE;
+        const bool ok = statement && stepToEnd(statement.get());
         if (!ok && transactionDepth > 0) transactionFailed = true;
         return ok;
     }
@@ -328,7 +329,19 @@ struct UserDefaults::Connection {
     bool runStatement(Statement which)
     {
         auto statement = use(which);
-        return statement && sqlite3_step(statement.get()) == SQLITE_DONE;
+        return statement && stepToEnd(statement.get());
+    }
+
+    // A writer that other processes keep from the lock past the busy timeout tries again: the
+    // timeout's waits are not fair, and a change that failed with SQLITE_BUSY left nothing behind.
+    bool stepToEnd(sqlite3_stmt* statement)
+    {
+        for (int attempt = 1;; ++attempt) {
+            const int result = sqlite3_step(statement);
+            if (result == SQLITE_DONE) return true;
+            if ((result & 0xFF) != SQLITE_BUSY || attempt == busyAttempts || transactionDepth > 0) return false;
+            sqlite3_reset(statement);
+        }
     }
 };
 

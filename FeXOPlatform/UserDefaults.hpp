@@ -45,7 +45,7 @@ public:
     const std::filesystem::path& databasePath() const { return databasePath_; }
 
     // Writers replace whatever the suite held under `key`. They return false only when the
-    // store could not be written (disk full, read-only file, lock held beyond the busy timeout);
+    // store could not be written (disk full, read-only file, lock held by other processes for about half a minute);
     // nothing is changed then.
     bool setObject(const PropertyListValue& value, std::string_view key);
     bool setData(std::string_view bytes, std::string_view key);
