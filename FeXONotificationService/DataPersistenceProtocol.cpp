@@ -1,0 +1,7 @@
+#include <FeXONotificationService/DataPersistenceProtocol.hpp>
+
+namespace fexo {
+
+DataPersistenceProtocol::~DataPersistenceProtocol() = default;
+
+} // namespace fexo

@@ -1,0 +1,72 @@
+#include <FeXONotificationService/DataRepository.hpp>
+
+#include <FeXOPlatform/FatalError.hpp>
+#include <FeXOPlatform/StandardOutput.hpp>
+
+namespace fexo {
+
+namespace {
+
+[[noreturn]] void storeNotWritten(const UserDefaults& defaults)
+{
+    fatalError("APP save New ID NotificationService with error The app group store \"" + defaults.suiteName() +
+               "\" could not be written.");
+}
+
+} // namespace
+
+DataRepository::DataRepository(std::shared_ptr<DataStorage> dataStorage) : dataStorage_(std::move(dataStorage)) {}
+
+std::string DataRepository::key(std::string_view id)
+{
+    std::string key(keyPrefix);
+    key.append(id);
+    return key;
+}
+
+void DataRepository::write(const Response& element)
+{
+    dataStorage_->save(element, key(element.id.value_or("")));
+}
+
+std::vector<Response> DataRepository::fetchAllNotifications()
+{
+    return dataStorage_->loadAll(keyPrefix);
+}
+
+std::optional<Response> DataRepository::fetchNotification(std::string_view id)
+{
+    return dataStorage_->load(key(id));
+}
+
+void DataRepository::deleteAllNotifications()
+{
+    auto& defaults = dataStorage_->userDefaults();
+    const bool done = defaults.performExclusively([&] {
+        for (const auto& stored : defaults.keysWithPrefix(keyPrefix)) defaults.removeObjectForKey(stored);
+    });
+    if (!done) storeNotWritten(defaults);
+}
+
+void DataRepository::deleteNotification(std::string_view id)
+{
+    auto& defaults = dataStorage_->userDefaults();
+    if (!defaults.removeObjectForKey(key(id))) storeNotWritten(defaults);
+}
+
+void DataRepository::markNotificationAsRead(std::string_view id)
+{
+    auto& defaults = dataStorage_->userDefaults();
+    bool found = false;
+    const bool done = defaults.performExclusively([&] {
+        auto record = dataStorage_->load(key(id));
+        if (!record) return;
+        found = true;
+        record->isRead = true;
+        write(*record);
+    });
+    if (!done) storeNotWritten(defaults);
+    if (!found) printLine("Item Not Found!");
+}
+
+} // namespace fexo

@@ -1,0 +1,69 @@
+#include <FeXONotificationService/UserDefaultsDataStorage.hpp>
+
+#include <FeXONotificationService/ServiceConfiguration.hpp>
+#include <FeXOPlatform/FatalError.hpp>
+#include <FeXOPlatform/JSONDecoder.hpp>
+#include <FeXOPlatform/JSONEncoder.hpp>
+
+#include <string>
+
+namespace fexo {
+
+namespace {
+
+const std::string savePrefix = "APP save New ID NotificationService with error ";
+const std::string loadPrefix = "APP load New ID NotificationService with error ";
+
+Response decodeRecord(std::string_view bytes)
+{
+    try {
+        return JSONDecoder{}.decode<Response>(bytes);
+    } catch (const DecodingError& error) {
+        fatalError(loadPrefix + error.description());
+    }
+}
+
+} // namespace
+
+UserDefaults& UserDefaultsDataStorage::userDefaults()
+{
+    // A configuration exception propagates and leaves the flag unset, so a later use tries again.
+    std::call_once(opening_, [this] {
+        const std::string& appGroup = sharedConfiguration().appGroup;
+        userDefaults_ = UserDefaults::open(appGroup);
+        if (!userDefaults_) fatalError("App Group Not Found " + appGroup);
+    });
+    return *userDefaults_;
+}
+
+void UserDefaultsDataStorage::save(const Response& response, std::string_view key)
+{
+    std::string bytes;
+    try {
+        bytes = JSONEncoder{}.encode(response);
+    } catch (const EncodingError& error) {
+        fatalError(savePrefix + error.localizedDescription());
+    }
+    // A write that returned must not be lost, so a store that refuses it ends the process.
+    if (!userDefaults().setData(bytes, key)) {
+        fatalError(savePrefix + "The app group store \"" + userDefaults().suiteName() + "\" could not be written.");
+    }
+}
+
+std::optional<Response> UserDefaultsDataStorage::load(std::string_view key)
+{
+    const auto bytes = userDefaults().dataForKey(key);
+    if (!bytes) return std::nullopt;
+    return decodeRecord(*bytes);
+}
+
+std::vector<Response> UserDefaultsDataStorage::loadAll(std::string_view keyPrefix)
+{
+    std::vector<Response> records;
+    auto entries = userDefaults().dataWithKeyPrefix(keyPrefix);
+    records.reserve(entries.size());
+    for (const auto& [key, bytes] : entries) records.push_back(decodeRecord(bytes));
+    return records;
+}
+
+} // namespace fexo

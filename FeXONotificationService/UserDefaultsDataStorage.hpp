@@ -1,0 +1,36 @@
+#pragma once
+
+#include <FeXONotificationService/DataStorage.hpp>
+
+#include <memory>
+#include <mutex>
+
+namespace fexo {
+
+// The app group's user defaults as record storage; the suite is the configuration's appGroup.
+// Constructing touches nothing: the configuration is loaded and the store opened on first use.
+// Shared by reference between the copies of a repository.
+//
+// Threads: safe to use from several threads at once; concurrent first uses open the store once.
+// Fatal errors, each ending the process:
+//   "App Group Not Found " + appGroup                                  the suite cannot be opened
+//   "APP save New ID NotificationService with error " + localized text  encoding or writing fails
+//   "APP load New ID NotificationService with error " + description     stored bytes do not decode
+class UserDefaultsDataStorage final : public DataStorage {
+public:
+    UserDefaultsDataStorage() = default;
+    UserDefaultsDataStorage(const UserDefaultsDataStorage&) = delete;
+    UserDefaultsDataStorage& operator=(const UserDefaultsDataStorage&) = delete;
+
+    UserDefaults& userDefaults() override;
+    void save(const Response& response, std::string_view key) override;
+    std::optional<Response> load(std::string_view key) override;
+    // One range scan of the store, then one decode per record.
+    std::vector<Response> loadAll(std::string_view keyPrefix) override;
+
+private:
+    std::once_flag opening_;
+    std::shared_ptr<UserDefaults> userDefaults_;
+};
+
+} // namespace fexo
