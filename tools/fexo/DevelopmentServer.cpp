@@ -211,7 +211,9 @@ void DevelopmentServer::Impl::route(httplib::Server& http)
         }
         answer(response, 500, Json{{"errorMessage", message}});
     });
-    http.set_logger([this](const httplib::Request& request, const httplib::Response& response) {
+    // Recorded before the answer is written, so a client that has its answer finds the
+    // exchange in the log already.
+    http.set_post_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
         record(request, response);
     });
 }
