@@ -1,6 +1,7 @@
 #include <fexo/DevelopmentServer.hpp>
 
 #include <FeXOPlatform/Date.hpp>
+#include <support/Configuration.hpp>
 #include <support/TemporaryDirectory.hpp>
 
 #include <gmock/gmock.h>
@@ -9,9 +10,16 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <fcntl.h>
 #include <future>
+#include <poll.h>
 #include <set>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
+
+extern char** environ;
 
 namespace {
 
@@ -306,6 +314,134 @@ TEST_F(DevelopmentServerTest, ExchangesRecordTheWireWithoutTheSecret)
         }
         EXPECT_THAT(exchange.responseBody, Not(HasSubstr(clientSecret)));
     }
+}
+
+// `fexo serve` as a child process: stdout read through a pipe, stderr discarded.
+class ServeProcess {
+public:
+    explicit ServeProcess(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), FEXO_TOOL_PATH);
+        std::vector<char*> argv;
+        for (auto& argument : arguments) argv.push_back(argument.data());
+        argv.push_back(nullptr);
+
+        int fds[2];
+        if (::pipe(fds) != 0) throw std::runtime_error("pipe");
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+        posix_spawn_file_actions_addclose(&actions, fds[0]);
+        posix_spawn_file_actions_addclose(&actions, fds[1]);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        const int status = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(fds[1]);
+        output_ = fds[0];
+        if (status != 0) throw std::runtime_error("cannot start " + arguments[0]);
+    }
+
+    ~ServeProcess()
+    {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+        }
+        ::close(output_);
+    }
+
+    // One line of standard output, waiting at most ten seconds for it.
+    std::string readLine()
+    {
+        std::string line;
+        char c = 0;
+        while (c != '\n') {
+            pollfd descriptor{output_, POLLIN, 0};
+            if (::poll(&descriptor, 1, 10000) != 1 || ::read(output_, &c, 1) != 1) break;
+            if (c != '\n') line.push_back(c);
+        }
+        return line;
+    }
+
+    // Sends `signal` and returns the exit status, or -1 when the process has not ended within
+    // ten seconds.
+    int stop(int signal)
+    {
+        ::kill(pid_, signal);
+        auto waiter = std::async(std::launch::async, [pid = pid_] {
+            int status = 0;
+            ::waitpid(pid, &status, 0);
+            return status;
+        });
+        if (waiter.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+            ::kill(pid_, SIGKILL);
+            waiter.wait();
+            pid_ = 0;
+            return -1;
+        }
+        pid_ = 0;
+        const int status = waiter.get();
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+private:
+    pid_t pid_ = 0;
+    int output_ = -1;
+};
+
+int portOf(const std::string& baseURL)
+{
+    const std::string prefix = "http://127.0.0.1:";
+    if (baseURL.rfind(prefix, 0) != 0) return 0;
+    return std::stoi(baseURL.substr(prefix.size()));
+}
+
+TEST(ServeCommand, ServesOnAnEphemeralPortUntilSIGTERM)
+{
+    fexo::test::TemporaryDirectory empty; // no configuration there: the flags must do
+    ServeProcess serve({"--resources", empty.path().string(), "serve", "--port", "0", "--client-id", clientId,
+                        "--client-secret", clientSecret});
+    const std::string baseURL = serve.readLine();
+    const int port = portOf(baseURL);
+    ASSERT_GT(port, 0) << baseURL;
+
+    {
+        Client client(port);
+        EXPECT_EQ(client.post("/api/Registration/RegisterNewDevice", registrationBody("d", "t")).status, 200);
+        EXPECT_EQ(client.get("/dev/registrations").body, Json::array({registrationBody("d", "t")}));
+    }
+    EXPECT_EQ(serve.stop(SIGTERM), 0);
+}
+
+TEST(ServeCommand, TakesCredentialsFromTheConfigurationAndFlagsOverride)
+{
+    fexo::test::TemporaryDirectory resources;
+    fexo::test::ConfigurationValues values;
+    values.clientId = "configured-id";
+    values.clientSecret = "configured-secret";
+    fexo::test::installConfiguration(resources.path(), values);
+
+    ServeProcess serve({"serve", "--port", "0", "--resources", resources.path().string(), "--client-secret",
+                        "flag-secret"});
+    const int port = portOf(serve.readLine());
+    ASSERT_GT(port, 0);
+    {
+        EXPECT_EQ(Client(port, {{"client_id", "configured-id"}, {"client_secret", "flag-secret"}})
+                      .get("/dev/registrations").status,
+                  200);
+        EXPECT_EQ(Client(port, {{"client_id", "configured-id"}, {"client_secret", "configured-secret"}})
+                      .get("/dev/registrations").status,
+                  401);
+    }
+    EXPECT_EQ(serve.stop(SIGINT), 0);
+}
+
+TEST(ServeCommand, RefusesToServeWithoutCredentials)
+{
+    fexo::test::TemporaryDirectory empty;
+    ServeProcess serve({"--resources", empty.path().string(), "serve", "--port", "0", "--client-id", "only-id"});
+    EXPECT_EQ(serve.readLine(), "");
+    EXPECT_EQ(serve.stop(0), 1);
 }
 
 } // namespace
