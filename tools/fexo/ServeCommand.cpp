@@ -1,9 +1,106 @@
 #include <fexo/Commands.hpp>
+#include <fexo/DevelopmentServer.hpp>
+
+#include <FeXONotificationService/ServiceConfiguration.hpp>
+#include <FeXOPlatform/NSException.hpp>
+#include <FeXOPlatform/StandardOutput.hpp>
+
+#include <csignal>
+#include <iostream>
+#include <pthread.h>
 
 namespace fexo::tool {
 
-void addServeCommand(CLI::App&, const ToolOptions&, int&)
+namespace {
+
+struct ServeArguments {
+    std::string host = "127.0.0.1";
+    int port = 8080;
+    std::optional<std::filesystem::path> data;
+    std::optional<std::string> clientId;
+    std::optional<std::string> clientSecret;
+};
+
+// The credentials the server accepts: the configuration's, each replaced by its flag when
+// given. Without a loadable configuration both flags are needed.
+std::optional<std::pair<std::string, std::string>> credentials(const ServeArguments& arguments)
 {
+    try {
+        const ServiceConfiguration& configuration = sharedConfiguration();
+        return std::pair(arguments.clientId.value_or(configuration.clientId),
+                         arguments.clientSecret.value_or(configuration.clientSecret));
+    } catch (const NSException& exception) {
+        if (arguments.clientId && arguments.clientSecret) {
+            return std::pair(*arguments.clientId, *arguments.clientSecret);
+        }
+        std::cerr << "fexo: " << exception.name() << ": " << exception.reason() << '\n'
+                  << "fexo: give --client-id and --client-secret to serve without a configuration"
+                  << std::endl;
+        return std::nullopt;
+    }
+}
+
+int serve(const ToolOptions& options, const ServeArguments& arguments)
+{
+    options.apply();
+    const auto accepted = credentials(arguments);
+    if (!accepted) return 1;
+
+    // SIGINT and SIGTERM are blocked before any thread starts, so every server thread inherits
+    // the mask and the signal can only be taken by sigwait below.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    sigset_t previous;
+    pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
+
+    DevelopmentServerOptions serverOptions;
+    serverOptions.host = arguments.host;
+    serverOptions.port = arguments.port;
+    serverOptions.dataDirectory = arguments.data;
+    serverOptions.clientId = accepted->first;
+    serverOptions.clientSecret = accepted->second;
+    serverOptions.exchangeObserver = [](const Exchange& exchange) {
+        std::cerr << (exchange.method + " " + exchange.path + " -> " + std::to_string(exchange.status) + "\n")
+                  << std::flush;
+    };
+    DevelopmentServer server(std::move(serverOptions));
+    try {
+        server.start();
+    } catch (const std::exception& error) {
+        pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+        std::cerr << "fexo: " << error.what() << std::endl;
+        return 1;
+    }
+    printLine(server.baseURL());
+
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    server.stop();
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    return 0;
+}
+
+} // namespace
+
+void addServeCommand(CLI::App& app, const ToolOptions& options, int& exitCode)
+{
+    auto arguments = std::make_shared<ServeArguments>();
+    auto* command = app.add_subcommand(
+        "serve", "Run a development server that stands in for the FeXO service on this machine; "
+                 "prints its base URL, serves until SIGINT or SIGTERM");
+    command->add_option("--host", arguments->host, "Address to listen on")->capture_default_str();
+    command->add_option("--port", arguments->port, "Port to listen on, 0 for any free port")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 65535));
+    command->add_option("--data", arguments->data,
+                        "Directory for the server's database (default: kept in memory)");
+    command->add_option("--client-id", arguments->clientId,
+                        "Accepted client id (default: CLIENT_ID of the configuration)");
+    command->add_option("--client-secret", arguments->clientSecret,
+                        "Accepted client secret (default: CLIENT_SECRET of the configuration)");
+    command->callback([&options, &exitCode, arguments] { exitCode = serve(options, *arguments); });
 }
 
 } // namespace fexo::tool
