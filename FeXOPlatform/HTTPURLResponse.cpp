@@ -20,13 +20,13 @@ bool sameName(const std::string& a, const std::string& b)
 HTTPURLResponse::HTTPURLResponse(URL url, int statusCode, HTTPHeaderFields headerFields)
     : url_(std::move(url)), statusCode_(statusCode)
 {
-    for (auto& [name, value] : headerFields) {
+    for (auto& field : headerFields) {
         auto same = std::find_if(headerFields_.begin(), headerFields_.end(),
-                                 [&](const auto& field) { return sameName(field.first, name); });
+                                 [&](const auto& kept) { return sameName(kept.first, field.first); });
         if (same == headerFields_.end())
-            headerFields_.emplace_back(std::move(name), std::move(value));
+            headerFields_.push_back(std::move(field));
         else
-            same->second += ", " + value;
+            same->second += ", " + field.second;
     }
 }
 
