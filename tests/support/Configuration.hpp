@@ -1,0 +1,26 @@
+#pragma once
+
+#include <FeXOPlatform/PropertyList.hpp>
+
+#include <filesystem>
+#include <string>
+
+namespace fexo::test {
+
+// The five settings, all valid unless a test changes them.
+struct ConfigurationValues {
+    std::string baseURL = "http://127.0.0.1:9";
+    std::string clientSecret = "test-client-secret-0123";
+    std::string clientId = "test-client-id";
+    std::string appGroup = "group.test.fexo";
+    std::string bundleId = "com.example.host";
+
+    PropertyListValue toPropertyList() const;
+};
+
+// Writes "FeXOService-Info.plist" into `directory`, points the main bundle at it and forgets
+// any configuration loaded before, so the next use loads this file.
+void installConfiguration(const std::filesystem::path& directory, const ConfigurationValues& values,
+                          PropertyList::Format format = PropertyList::Format::xml);
+
+} // namespace fexo::test

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace fexo::tool {
+
+// Settings shared by every command, given before the command name (or after it).
+struct ToolOptions {
+    std::optional<std::filesystem::path> resources; // --resources: where FeXOService-Info.plist is
+    std::optional<std::filesystem::path> appGroups; // --app-groups: root of the app-group stores
+    // Puts the options into effect (environment and bundle) before a command runs.
+    void apply() const;
+};
+
+// Each command adds its subcommand to `app`; the callback it installs stores the command's
+// exit status in `exitCode`. A command that reports a failure prints to standard error.
+void addConfigCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
+void addServeCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
+
+} // namespace fexo::tool

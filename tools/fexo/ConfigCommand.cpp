@@ -1,0 +1,48 @@
+#include <fexo/Commands.hpp>
+
+#include <FeXONotificationService/ServiceConfiguration.hpp>
+#include <FeXOPlatform/NSException.hpp>
+
+#include <iostream>
+
+namespace fexo::tool {
+
+namespace {
+
+// Enough of the secret to tell two apart, never enough to use it: the last four characters,
+// and only when they are at most a third of the whole.
+std::string masked(const std::string& secret)
+{
+    if (secret.size() < 12) return "****";
+    return "****" + secret.substr(secret.size() - 4);
+}
+
+int checkConfiguration(const ToolOptions& options)
+{
+    options.apply();
+    try {
+        const ServiceConfiguration& configuration = sharedConfiguration();
+        std::cout << "FEXO_BASE_URL=" << configuration.baseURL << '\n'
+                  << "CLIENT_SECRET=" << masked(configuration.clientSecret) << '\n'
+                  << "CLIENT_ID=" << configuration.clientId << '\n'
+                  << "APP_GROUP=" << configuration.appGroup << '\n'
+                  << "BUNDLE_ID=" << configuration.bundleId << std::endl;
+        return 0;
+    } catch (const NSException& exception) {
+        std::cerr << "fexo: " << exception.name() << ": " << exception.reason() << std::endl;
+        return 1;
+    }
+}
+
+} // namespace
+
+void addConfigCommand(CLI::App& app, const ToolOptions& options, int& exitCode)
+{
+    auto* config = app.add_subcommand("config", "Inspect the service configuration");
+    config->require_subcommand(1);
+    auto* check = config->add_subcommand(
+        "check", "Load FeXOService-Info.plist as the library does and print its five settings");
+    check->callback([&options, &exitCode] { exitCode = checkConfiguration(options); });
+}
+
+} // namespace fexo::tool
