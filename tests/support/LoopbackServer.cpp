@@ -39,6 +39,7 @@ void LoopbackServer::start()
     server_->set_keep_alive_max_count(100000);
     auto route = [this](const httplib::Request& request, httplib::Response& response) {
         Handler handler;
+        bool close = false;
         {
             std::lock_guard lock(mutex_);
             RecordedRequest recorded{request.method, request.path, {}, request.body};
@@ -50,8 +51,10 @@ void LoopbackServer::start()
             }
             requests_.push_back(std::move(recorded));
             handler = handler_;
+            close = closeConnections_;
         }
         if (handler) handler(request, response);
+        if (close) response.set_header("Connection", "close");
     };
     server_->Get(".*", route);
     server_->Post(".*", route);
@@ -80,6 +83,12 @@ void LoopbackServer::setHandler(Handler handler)
 {
     std::lock_guard lock(mutex_);
     handler_ = std::move(handler);
+}
+
+void LoopbackServer::closeConnectionsAfterEachAnswer()
+{
+    std::lock_guard lock(mutex_);
+    closeConnections_ = true;
 }
 
 std::vector<RecordedRequest> LoopbackServer::requests() const

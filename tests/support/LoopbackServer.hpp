@@ -48,6 +48,10 @@ public:
     std::string baseURL() const;
 
     void setHandler(Handler handler);
+    // Answers carry "Connection: close" from now on. For clients that keep connections
+    // beyond the server's life (the shared session): stopping otherwise waits for the server's
+    // keep-alive time-out.
+    void closeConnectionsAfterEachAnswer();
     std::vector<RecordedRequest> requests() const;
 
 private:
@@ -59,6 +63,7 @@ private:
     std::thread thread_;
     mutable std::mutex mutex_;
     Handler handler_;
+    bool closeConnections_ = false;
     std::vector<RecordedRequest> requests_;
 };
 
