@@ -1,0 +1,7 @@
+#include <FeXONotificationService/Networking.hpp>
+
+namespace fexo {
+
+Networking::~Networking() = default;
+
+} // namespace fexo

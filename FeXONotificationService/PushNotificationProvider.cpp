@@ -1,0 +1,12 @@
+#include <FeXONotificationService/PushNotificationProvider.hpp>
+
+#include <utility>
+
+namespace fexo {
+
+PushNotificationProvider::PushNotificationProvider(std::shared_ptr<const Networking> network)
+    : network_(std::move(network))
+{
+}
+
+} // namespace fexo

@@ -1,0 +1,7 @@
+#include <FeXONotificationService/RequestProviding.hpp>
+
+namespace fexo {
+
+RequestProviding::~RequestProviding() = default;
+
+} // namespace fexo

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <httplib.h>
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace fexo::test {
+
+// What one request brought to the server.
+struct RecordedRequest {
+    std::string method;
+    std::string path;
+    std::vector<std::pair<std::string, std::string>> headers;
+    std::string body;
+
+    // Case-insensitive; the first field of that name.
+    std::optional<std::string> header(const std::string& name) const;
+};
+
+// An HTTP (or HTTPS) server on 127.0.0.1 at an ephemeral port, running on its own thread
+// from construction to destruction. Every request, whatever its method and path, is recorded
+// and then answered by the current handler (200 with an empty body until one is set).
+// Handlers run on the server's worker threads; a handler that blocks must be released
+// before the server is destroyed.
+class LoopbackServer {
+public:
+    using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
+
+    struct TLS {
+        std::string certificateFile;
+        std::string privateKeyFile;
+    };
+
+    LoopbackServer();
+    explicit LoopbackServer(const TLS& tls);
+    ~LoopbackServer();
+    LoopbackServer(const LoopbackServer&) = delete;
+    LoopbackServer& operator=(const LoopbackServer&) = delete;
+
+    int port() const { return port_; }
+    // "http://127.0.0.1:<port>" (https for a TLS server), without a trailing slash.
+    std::string baseURL() const;
+
+    void setHandler(Handler handler);
+    // Answers carry "Connection: close" from now on. For clients that keep connections
+    // beyond the server's life (the shared session): stopping otherwise waits for the server's
+    // keep-alive time-out.
+    void closeConnectionsAfterEachAnswer();
+    std::vector<RecordedRequest> requests() const;
+
+private:
+    void start();
+
+    std::unique_ptr<httplib::Server> server_;
+    bool tls_ = false;
+    int port_ = 0;
+    std::thread thread_;
+    mutable std::mutex mutex_;
+    Handler handler_;
+    bool closeConnections_ = false;
+    std::vector<RecordedRequest> requests_;
+};
+
+// A port on 127.0.0.1 where nothing listens (bound once, then released).
+int unusedLoopbackPort();
+
+} // namespace fexo::test
