@@ -59,7 +59,7 @@ private:
             ADD_FAILURE() << "request failed: " << httplib::to_string(result.error());
             return {};
         }
-        EXPECT_EQ(result->get_header_value("Content-Type"), "application/json");
+        EXPECT_EQ(result->get_header_value("Content-Type"), "application/json; charset=utf-8");
         return {result->status, Json::parse(result->body)};
     }
 

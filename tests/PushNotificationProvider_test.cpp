@@ -1,3 +1,4 @@
+#include <FeXONotificationService/NotificationContentProvider.hpp>
 #include <FeXONotificationService/PushNotificationProvider.hpp>
 
 #include <support/Configuration.hpp>
@@ -27,6 +28,12 @@ fexo::DeviceInfo device(std::string id = "device-1")
     return {std::move(id), "token-1", "+4912345", "com.example.host", "iOS", "17.0", "imei-a", "imei-b", "",
             fexo::PushProvider::APNS};
 }
+
+// The content operation as any adopter gets it, over the real networking service.
+struct ContentFetcher : fexo::NotificationContentProvider {
+    fexo::NetworkingService service;
+    const fexo::Networking& network() const override { return service; }
+};
 
 template <class T>
 class Outcome {
@@ -152,7 +159,7 @@ TEST_F(PushNotificationProviderTest, NotificationContentIsFetchedAndDecoded)
                              "application/json");
     });
     Outcome<fexo::Response> outcome;
-    provider.fetchNotificationContent({"recipient-7", "registration-9"}, outcome.handler());
+    ContentFetcher().fetchNotificationContent({"recipient-7", "registration-9"}, outcome.handler());
     auto result = outcome.wait();
     ASSERT_TRUE(result.isSuccess()) << result.error().description();
     EXPECT_EQ(result.value().id, "n-1");

@@ -20,5 +20,9 @@ struct ToolOptions {
 // exit status in `exitCode`. A command that reports a failure prints to standard error.
 void addConfigCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 void addServeCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
+void addRegisterCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
+void addHandlePushCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
+void addStoreCommands(CLI::App& app, const ToolOptions& options, int& exitCode);
+void addDemoCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 
 } // namespace fexo::tool

@@ -22,7 +22,9 @@ namespace {
 
 using Json = coding::Json;
 
-constexpr const char* jsonType = "application/json";
+// With a charset the HTTP layer leaves answers uncompressed, so the exchange log and the
+// demo show the bytes as the handlers wrote them.
+constexpr const char* jsonType = "application/json; charset=utf-8";
 
 void answer(httplib::Response& response, int status, const Json& body)
 {

@@ -15,7 +15,11 @@ int main(int argc, char** argv)
 
     int exitCode = 0;
     fexo::tool::addConfigCommand(app, options, exitCode);
+    fexo::tool::addRegisterCommand(app, options, exitCode);
+    fexo::tool::addHandlePushCommand(app, options, exitCode);
+    fexo::tool::addStoreCommands(app, options, exitCode);
     fexo::tool::addServeCommand(app, options, exitCode);
+    fexo::tool::addDemoCommand(app, options, exitCode);
 
     try {
         app.parse(argc, argv);

@@ -1,0 +1,73 @@
+#include <fexo/Commands.hpp>
+
+#include <FeXONotificationService/FeXOService.hpp>
+#include <FeXOPlatform/JSONEncoder.hpp>
+
+#include <future>
+#include <iostream>
+#include <map>
+
+namespace fexo::tool {
+
+namespace {
+
+struct RegisterArguments {
+    std::string token;
+    std::string deviceId;
+    PushProvider provider = PushProvider::FCM;
+    std::string imeI1;
+    std::string imeI2;
+    std::string mobileNumber;
+    double timeLimitSeconds = 120;
+};
+
+int registerDevice(const RegisterArguments& arguments)
+{
+    // Shared with the completion, which may still run after a time limit has passed.
+    auto outcome = std::make_shared<std::promise<Result<RegisterDeviceModel>>>();
+    auto answer = outcome->get_future();
+    FeXOService().registerDevice(arguments.token, arguments.deviceId, arguments.imeI1, arguments.imeI2,
+                                 arguments.mobileNumber, arguments.provider,
+                                 [outcome](Result<RegisterDeviceModel> result) { outcome->set_value(std::move(result)); });
+    if (answer.wait_for(std::chrono::duration<double>(arguments.timeLimitSeconds)) != std::future_status::ready) {
+        std::cerr << "fexo: no answer within " << arguments.timeLimitSeconds << " seconds" << std::endl;
+        return 1;
+    }
+    const auto result = answer.get();
+    if (result.isFailure()) {
+        std::cerr << "fexo: " << result.error().localizedDescription() << std::endl;
+        return 1;
+    }
+    const std::string json = JSONEncoder{}.encode(result.value());
+    std::cout << json << std::endl;
+    // The record's fields are opaque to host apps: judge it by its JSON, as they would.
+    const auto fields = nlohmann::json::parse(json);
+    const bool refused = fields.contains("errorMessage") || (fields.contains("errors") && !fields["errors"].empty());
+    return refused ? 2 : 0;
+}
+
+} // namespace
+
+void addRegisterCommand(CLI::App& app, const ToolOptions& options, int& exitCode)
+{
+    auto arguments = std::make_shared<RegisterArguments>();
+    auto* command = app.add_subcommand("register", "Register this device with the server through FeXOService");
+    command->add_option("--token", arguments->token, "The device's push token")->required();
+    command->add_option("--device-id", arguments->deviceId, "The device's identifier")->required();
+    const std::map<std::string, PushProvider> providers{
+        {"fcm", PushProvider::FCM}, {"apns", PushProvider::APNS}, {"pushwoosh", PushProvider::pushWoosh}};
+    command->add_option("--provider", arguments->provider, "The push provider: fcm, apns or pushwoosh")
+        ->required()
+        ->transform(CLI::CheckedTransformer(providers, CLI::ignore_case));
+    command->add_option("--imei1", arguments->imeI1, "First IMEI");
+    command->add_option("--imei2", arguments->imeI2, "Second IMEI");
+    command->add_option("--mobile-number", arguments->mobileNumber, "The device's mobile number");
+    command->add_option("--time-limit", arguments->timeLimitSeconds, "Seconds to wait for the answer")
+        ->capture_default_str();
+    command->callback([&options, &exitCode, arguments] {
+        options.apply();
+        exitCode = registerDevice(*arguments);
+    });
+}
+
+} // namespace fexo::tool
