@@ -357,7 +357,16 @@ private:
             long verifyResult = 0;
             curl_easy_getinfo(e, CURLINFO_OS_ERRNO, &osErrno);
             curl_easy_getinfo(e, CURLINFO_SSL_VERIFYRESULT, &verifyResult);
-            const int code = transfer->callbackFailed ? static_cast<int>(CURLE_OUT_OF_MEMORY) : static_cast<int>(result);
+            int code = transfer->callbackFailed ? static_cast<int>(CURLE_OUT_OF_MEMORY) : static_cast<int>(result);
+            // Only http and https are allowed, so an "unsupported protocol" from a server that was
+            // reached with no status line read is an answer that is not HTTP at all (curl takes it
+            // for HTTP/0.9): a bad server response, not a bad URL.
+            long status = 0;
+            const char* peer = nullptr;
+            curl_easy_getinfo(e, CURLINFO_RESPONSE_CODE, &status);
+            curl_easy_getinfo(e, CURLINFO_PRIMARY_IP, &peer);
+            if (result == CURLE_UNSUPPORTED_PROTOCOL && status == 0 && peer && *peer)
+                code = static_cast<int>(CURLE_WEIRD_SERVER_REPLY);
             complete(transfer, std::nullopt, std::nullopt, URLError::fromCurl(code, failingURL, osErrno, verifyResult));
             return;
         }
