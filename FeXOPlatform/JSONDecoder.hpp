@@ -4,6 +4,7 @@
 #include <FeXOPlatform/Export.hpp>
 #include <FeXOPlatform/JSONCoding.hpp>
 
+#include <concepts>
 #include <string_view>
 
 namespace fexo {
@@ -12,11 +13,22 @@ namespace fexo {
 // matched exactly, dates are numbers of seconds since 2001-01-01 00:00:00 UTC.
 // Throws DecodingError, and nothing else, on any malformed input. Stateless; use a new one
 // per decode or share one across threads.
+//
+// A record type may offer `bool fastDecode(std::string_view, T&)`, found by argument-dependent
+// lookup: a quicker reader for the common case that either yields exactly the value the full
+// decoder would, or declines (false) and leaves the text to the full decoder, whose value or
+// error is then the result. It never decides a failure itself.
 class JSONDecoder {
 public:
     template <class T>
     T decode(std::string_view data) const
     {
+        if constexpr (requires(T& candidate) {
+                          { fastDecode(data, candidate) } -> std::same_as<bool>;
+                      }) {
+            T value{};
+            if (fastDecode(data, value)) return value;
+        }
         const coding::Json root = parse(data);
         T value{};
         try {

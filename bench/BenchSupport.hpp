@@ -1,0 +1,114 @@
+#pragma once
+
+// Shared pieces of the benchmarks: the loopback server that the project and its baselines
+// talk to, the configuration and app-group directory of the process, the data every figure
+// uses, and the reporter that prints each figure against its baseline.
+
+#include <benchmark/benchmark.h>
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace httplib {
+class Server;
+}
+
+namespace fexo::bench {
+
+// The push's user-info, the request body the extension sends for it, and the record the
+// server answers with.
+extern const std::string pushUserInfoJSON;
+extern const std::string contentRequestBody;
+extern const std::string contentAnswerBody;
+extern const std::string registrationAnswerBody;
+extern const std::string clientId;
+extern const std::string clientSecret;
+extern const std::string contentPath;
+extern const std::string registrationPath;
+
+// An HTTP server on 127.0.0.1 at an ephemeral port: no delayed-ACK stalls (TCP_NODELAY),
+// keep-alive connections never dropped for their request count, and enough workers that
+// idle keep-alive connections of earlier clients never starve new ones. Every POST to the
+// content path gets contentAnswerBody, to the registration path registrationAnswerBody.
+class LoopbackServer {
+public:
+    LoopbackServer();
+    ~LoopbackServer();
+    LoopbackServer(const LoopbackServer&) = delete;
+    LoopbackServer& operator=(const LoopbackServer&) = delete;
+
+    int port() const { return port_; }
+    std::string baseURL() const;
+    std::uint64_t requestsServed() const { return served_.load(); }
+    // The body of the latest request to `path`, so that a baseline sends exactly what the
+    // project sent.
+    std::string lastBody(const std::string& path) const;
+
+private:
+    std::unique_ptr<httplib::Server> server_;
+    std::thread thread_;
+    int port_ = 0;
+    std::atomic<std::uint64_t> served_{0};
+    mutable std::mutex mutex_;
+    std::map<std::string, std::string> lastBodies_;
+};
+
+// A fresh temporary directory, removed with everything in it on destruction.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+constexpr const char* appGroup = "group.bench.fexo";
+
+// Writes the configuration file naming `baseURL` into `resources`, points the bundle at it,
+// forgets any configuration loaded before, and makes `appGroups` the root of the app-group
+// stores. Stores opened afterwards live there.
+void installConfiguration(const std::filesystem::path& resources, const std::filesystem::path& appGroups,
+                          const std::string& baseURL);
+
+// Resident set size of this process now, in bytes.
+std::uint64_t residentBytes();
+
+// The stored record with a given id, as the store keeps it: the answer with id and createdAt.
+std::string recordJSON(const std::string& id, double createdAt);
+
+// A figure: the project's benchmark against its baseline's, compared on one aggregate (or on
+// the mean time per iteration when `aggregate` is empty).
+struct Figure {
+    std::string title;
+    std::string project;
+    std::string baseline;
+    std::string aggregate;
+    double goal = 0;          // ratio the project must not exceed; 0: reported only
+    bool baselineOverProject = false; // report baseline / project (how much faster the project is)
+};
+
+// Runs the registered benchmarks with a console reporter, then prints every figure with both
+// times and the ratio, and appends one summary line per figure to $FEXO_BENCH_SUMMARY when set:
+//   title|project time|baseline time|ratio|goal|met
+// Returns the process's exit status.
+int runAndReport(int argc, char** argv, const std::vector<Figure>& figures);
+
+// Appends one summary line (same layout) for a figure measured outside Google Benchmark.
+void appendSummary(const std::string& title, const std::string& project, const std::string& baseline,
+                   const std::string& ratio, const std::string& goal, const std::string& met);
+
+// The 99th percentile of the repetition times, for ComputeStatistics.
+double percentile99(const std::vector<double>& values);
+
+} // namespace fexo::bench
