@@ -37,12 +37,6 @@ private:
     friend struct ResponseAccess;
     friend FEXO_EXPORT void to_json(nlohmann::json& json, const Response& value);
     friend FEXO_EXPORT void from_json(const nlohmann::json& json, Response& value);
-
-// The quick reader that JSONDecoder tries first: true, with `value` set exactly as from_json
-// would set it, for a well-formed record; false for anything it does not settle by itself
-// (malformed text, a wrong type, numbers at the edges of their range, ...), leaving `value`
-// unspecified and the verdict to the full decoder. Any thread.
-FEXO_EXPORT bool fastDecode(std::string_view json, Response& value);
     friend FEXO_EXPORT bool fastDecode(std::string_view json, Response& value);
 
     std::optional<Date> createdAt_;           // "createdAt": seconds since 2001-01-01 00:00:00 UTC
