@@ -70,12 +70,13 @@ bool isText(std::string_view text)
     return true;
 }
 
-// libplist holds a date as whole seconds in 32 bits and microseconds; dates outside that
-// range are kept at its ends, and a date that is not a number at the reference date.
+// libplist holds a date as whole seconds in 32 bits, cut toward zero, and microseconds of the
+// same sign; dates outside that range are kept at its ends, and a date that is not a number at
+// the reference date.
 double representableDate(double seconds)
 {
-    constexpr double earliest = std::numeric_limits<int32_t>::min();
-    constexpr double latest = std::numeric_limits<int32_t>::max();
+    constexpr double earliest = std::numeric_limits<int32_t>::min() - 0.999999;
+    constexpr double latest = std::numeric_limits<int32_t>::max() + 0.999999;
     if (std::isnan(seconds)) return 0;
     return std::clamp(seconds, earliest, latest);
 }
@@ -157,7 +158,10 @@ std::optional<PropertyListValue> fromNode(plist_t node, int depth)
         int32_t seconds = 0;
         int32_t microseconds = 0;
         plist_get_date_val(node, &seconds, &microseconds);
-        return PropertyListValue(Date(representableDate(static_cast<double>(seconds) + microseconds / 1e6)));
+        // The microseconds come back as a magnitude; they share the sign of the seconds (a
+        // date less than a second before the reference date therefore reads as after it).
+        const double fraction = std::abs(microseconds) / 1e6;
+        return PropertyListValue(Date(representableDate(seconds + (seconds < 0 ? -fraction : fraction))));
     }
     case PLIST_DATA: {
         char* raw = nullptr;
@@ -216,8 +220,8 @@ plist_t toNode(const PropertyListValue& value)
         return plist_new_bool(*value.boolean() ? 1 : 0);
     case PropertyListValue::Kind::date: {
         const double seconds = representableDate(value.date()->timeIntervalSinceReferenceDate());
-        const double whole = std::floor(seconds);
-        return plist_new_date(static_cast<int32_t>(whole), static_cast<int32_t>(std::lround((seconds - whole) * 1e6)));
+        const double whole = std::trunc(seconds);
+        return plist_new_date(static_cast<int32_t>(whole), static_cast<int32_t>(std::trunc((seconds - whole) * 1e6)));
     }
     case PropertyListValue::Kind::data: {
         const auto& bytes = value.data()->bytes;

@@ -76,17 +76,21 @@ TEST(PropertyListMalformed, TextThatIsNotUtf8IsNoPropertyList)
     EXPECT_TRUE(PropertyList::parse(head + "<key>k</key><string>\xc3\xa9</string>" + tail).has_value());
 }
 
-TEST(PropertyListMalformed, DatesBeyondTheStoredRangeAreWrittenAtItsEnds)
+TEST(PropertyListMalformed, DatesBeforeTheReferenceDateKeepTheirFractionAndFarDatesTheirRange)
 {
-    const double earliest = -2147483648.0;
-    for (auto format : {PropertyList::Format::xml, PropertyList::Format::binary}) {
-        for (double seconds : {earliest - 0.5, -1e300}) {
-            const auto parsed = PropertyList::parse(PropertyList::serialize(fexo::Date(seconds), format));
-            ASSERT_TRUE(parsed.has_value());
-            ASSERT_NE(parsed->date(), nullptr);
-            EXPECT_EQ(parsed->date()->timeIntervalSinceReferenceDate(), earliest);
-        }
-    }
+    using Format = PropertyList::Format;
+    const auto readBack = [](double seconds, Format format) {
+        const auto parsed = PropertyList::parse(PropertyList::serialize(fexo::Date(seconds), format));
+        EXPECT_TRUE(parsed && parsed->date());
+        return parsed && parsed->date() ? parsed->date()->timeIntervalSinceReferenceDate() : 0.0;
+    };
+    EXPECT_EQ(readBack(-1.5, Format::binary), -1.5);
+    EXPECT_EQ(readBack(-1000000.75, Format::binary), -1000000.75);
+    EXPECT_EQ(readBack(-1.5, Format::xml), -1.0); // whole seconds, cut toward zero
+    EXPECT_EQ(readBack(-2147483648.5, Format::binary), -2147483648.5);
+    EXPECT_NEAR(readBack(-1e300, Format::binary), -2147483648.999999, 2e-6);
+    EXPECT_EQ(readBack(-1e300, Format::xml), -2147483648.0);
+    EXPECT_NEAR(readBack(1e300, Format::binary), 2147483647.999999, 2e-6);
 }
 
 } // namespace
