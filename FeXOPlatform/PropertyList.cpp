@@ -221,7 +221,8 @@ plist_t toNode(const PropertyListValue& value)
     case PropertyListValue::Kind::date: {
         const double seconds = representableDate(value.date()->timeIntervalSinceReferenceDate());
         const double whole = std::trunc(seconds);
-        return plist_new_date(static_cast<int32_t>(whole), static_cast<int32_t>(std::trunc((seconds - whole) * 1e6)));
+        const double microseconds = std::clamp(std::round((seconds - whole) * 1e6), -999999.0, 999999.0);
+        return plist_new_date(static_cast<int32_t>(whole), static_cast<int32_t>(microseconds));
     }
     case PropertyListValue::Kind::data: {
         const auto& bytes = value.data()->bytes;

@@ -86,6 +86,7 @@ TEST(PropertyListMalformed, DatesBeforeTheReferenceDateKeepTheirFractionAndFarDa
     };
     EXPECT_EQ(readBack(-1.5, Format::binary), -1.5);
     EXPECT_EQ(readBack(-1000000.75, Format::binary), -1000000.75);
+    EXPECT_NEAR(readBack(-1847140.380682, Format::binary), -1847140.380682, 1.5e-6);
     EXPECT_EQ(readBack(-1.5, Format::xml), -1.0); // whole seconds, cut toward zero
     EXPECT_EQ(readBack(-2147483648.5, Format::binary), -2147483648.5);
     EXPECT_NEAR(readBack(-1e300, Format::binary), -2147483648.999999, 2e-6);
