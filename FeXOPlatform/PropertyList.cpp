@@ -2,12 +2,15 @@
 
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <string_view>
 
 namespace fexo {
 
@@ -26,15 +29,114 @@ using CString = std::unique_ptr<char, FreeDeleter>;
 // Deeply nested input is refused rather than walked recursively without bound.
 constexpr int maximumDepth = 512;
 
+// Text in a property list is Unicode: bytes that are not well-formed UTF-8 (overlong forms,
+// surrogates and values past U+10FFFF included) are refused, and so is U+0000, which neither
+// form can write back.
+bool isText(std::string_view text)
+{
+    for (std::size_t i = 0; i < text.size();) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte == 0) return false;
+        if (byte < 0x80) {
+            ++i;
+            continue;
+        }
+        std::size_t length = 0;
+        std::uint32_t codePoint = 0;
+        if (byte >= 0xC2 && byte <= 0xDF) {
+            length = 2;
+            codePoint = byte & 0x1Fu;
+        } else if (byte >= 0xE0 && byte <= 0xEF) {
+            length = 3;
+            codePoint = byte & 0x0Fu;
+        } else if (byte >= 0xF0 && byte <= 0xF4) {
+            length = 4;
+            codePoint = byte & 0x07u;
+        } else {
+            return false;
+        }
+        if (text.size() - i < length) return false;
+        for (std::size_t k = 1; k < length; ++k) {
+            const auto next = static_cast<unsigned char>(text[i + k]);
+            if ((next & 0xC0) != 0x80) return false;
+            codePoint = (codePoint << 6) | (next & 0x3Fu);
+        }
+        if ((length == 3 && codePoint < 0x800) || (length == 4 && codePoint < 0x10000) || codePoint > 0x10FFFF ||
+            (codePoint >= 0xD800 && codePoint <= 0xDFFF)) {
+            return false;
+        }
+        i += length;
+    }
+    return true;
+}
+
+// libplist holds a date as whole seconds in 32 bits, cut toward zero, and microseconds of the
+// same sign; dates outside that range are kept at its ends, and a date that is not a number at
+// the reference date.
+double representableDate(double seconds)
+{
+    constexpr double earliest = std::numeric_limits<int32_t>::min() - 0.999999;
+    constexpr double latest = std::numeric_limits<int32_t>::max() + 0.999999;
+    if (std::isnan(seconds)) return 0;
+    return std::clamp(seconds, earliest, latest);
+}
+
+std::uint64_t readBigEndian(std::string_view bytes, std::size_t offset, std::size_t width)
+{
+    std::uint64_t value = 0;
+    for (std::size_t k = 0; k < width; ++k) value = (value << 8) | static_cast<unsigned char>(bytes[offset + k]);
+    return value;
+}
+
+// libplist ends the process (a failed assertion) when it hands out a key whose UTF-16 form
+// holds U+0000, so such binary lists are refused before it parses them. False also for a
+// binary list whose object table does not fit its bytes, which libplist refuses as well.
+bool binaryTextIsReadable(std::string_view bytes)
+{
+    constexpr std::size_t headerSize = 8;
+    constexpr std::size_t trailerSize = 32;
+    if (bytes.size() < headerSize + trailerSize) return false;
+    const std::size_t trailer = bytes.size() - trailerSize;
+    const std::size_t offsetSize = static_cast<unsigned char>(bytes[trailer + 6]);
+    const std::uint64_t objectCount = readBigEndian(bytes, trailer + 8, 8);
+    const std::uint64_t tableOffset = readBigEndian(bytes, trailer + 24, 8);
+    if (offsetSize < 1 || offsetSize > 8 || tableOffset > trailer ||
+        objectCount > (trailer - tableOffset) / offsetSize) {
+        return false;
+    }
+    for (std::uint64_t i = 0; i < objectCount; ++i) {
+        const std::uint64_t object = readBigEndian(bytes, tableOffset + i * offsetSize, offsetSize);
+        if (object >= trailer) continue;
+        const auto marker = static_cast<unsigned char>(bytes[object]);
+        if ((marker & 0xF0) != 0x60) continue; // not UTF-16 text
+        std::uint64_t units = marker & 0x0F;
+        std::size_t position = object + 1;
+        if (units == 0x0F) {
+            if (position >= trailer) continue;
+            const auto sizeMarker = static_cast<unsigned char>(bytes[position]);
+            const std::size_t width = std::size_t{1} << (sizeMarker & 0x0F);
+            if ((sizeMarker & 0xF0) != 0x10 || width > 8 || trailer - position - 1 < width) continue;
+            units = readBigEndian(bytes, position + 1, width);
+            position += 1 + width;
+        }
+        if (units > (trailer - position) / 2) continue;
+        for (std::uint64_t k = 0; k < units; ++k) {
+            if (bytes[position + 2 * k] == 0 && bytes[position + 2 * k + 1] == 0) return false;
+        }
+    }
+    return true;
+}
+
 std::optional<PropertyListValue> fromNode(plist_t node, int depth)
 {
     if (node == nullptr || depth > maximumDepth) return std::nullopt;
     switch (plist_get_node_type(node)) {
     case PLIST_STRING: {
-        char* raw = nullptr;
-        plist_get_string_val(node, &raw);
-        CString text(raw);
-        return PropertyListValue(std::string(text ? text.get() : ""));
+        uint64_t length = 0;
+        const char* raw = plist_get_string_ptr(node, &length);
+        std::string text(raw ? raw : "", raw ? length : 0);
+        if (!isText(text)) return std::nullopt;
+        return PropertyListValue(std::move(text));
     }
     case PLIST_UINT: {
         // libplist keeps integers unsigned; negative values come back in two's complement.
@@ -56,7 +158,10 @@ std::optional<PropertyListValue> fromNode(plist_t node, int depth)
         int32_t seconds = 0;
         int32_t microseconds = 0;
         plist_get_date_val(node, &seconds, &microseconds);
-        return PropertyListValue(Date(static_cast<double>(seconds) + microseconds / 1e6));
+        // The microseconds come back as a magnitude; they share the sign of the seconds (a
+        // date less than a second before the reference date therefore reads as after it).
+        const double fraction = std::abs(microseconds) / 1e6;
+        return PropertyListValue(Date(representableDate(seconds + (seconds < 0 ? -fraction : fraction))));
     }
     case PLIST_DATA: {
         char* raw = nullptr;
@@ -87,6 +192,7 @@ std::optional<PropertyListValue> fromNode(plist_t node, int depth)
             plist_dict_next_item(node, iterator, &rawKey, &item);
             CString key(rawKey);
             if (!key || !item) break;
+            if (!isText(key.get())) return std::nullopt;
             auto value = fromNode(item, depth + 1);
             if (!value) return std::nullopt;
             dictionary.insert_or_assign(std::string(key.get()), std::move(*value));
@@ -113,9 +219,10 @@ plist_t toNode(const PropertyListValue& value)
     case PropertyListValue::Kind::boolean:
         return plist_new_bool(*value.boolean() ? 1 : 0);
     case PropertyListValue::Kind::date: {
-        const double seconds = value.date()->timeIntervalSinceReferenceDate();
-        const double whole = std::floor(seconds);
-        return plist_new_date(static_cast<int32_t>(whole), static_cast<int32_t>(std::lround((seconds - whole) * 1e6)));
+        const double seconds = representableDate(value.date()->timeIntervalSinceReferenceDate());
+        const double whole = std::trunc(seconds);
+        const double microseconds = std::clamp(std::round((seconds - whole) * 1e6), -999999.0, 999999.0);
+        return plist_new_date(static_cast<int32_t>(whole), static_cast<int32_t>(microseconds));
     }
     case PropertyListValue::Kind::data: {
         const auto& bytes = value.data()->bytes;
@@ -140,6 +247,7 @@ plist_t toNode(const PropertyListValue& value)
 std::optional<PropertyListValue> PropertyList::parse(std::string_view bytes)
 {
     if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
+    if (bytes.starts_with("bplist00") && !binaryTextIsReadable(bytes)) return std::nullopt;
     plist_t raw = nullptr;
     plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &raw);
     PlistPtr root(raw);
