@@ -29,18 +29,24 @@ public:
 
     enum class Kind { null, string, integer, real, boolean, date, data, array, dictionary };
 
-    AnyValue() : storage_(Null{}) {}
-    AnyValue(Null) : storage_(Null{}) {}
-    AnyValue(std::string value) : storage_(std::move(value)) {}
-    AnyValue(const char* value) : storage_(std::string(value)) {}
-    AnyValue(std::int64_t value) : storage_(value) {}
-    AnyValue(int value) : storage_(static_cast<std::int64_t>(value)) {}
-    AnyValue(double value) : storage_(value) {}
-    AnyValue(bool value) : storage_(value) {}
-    AnyValue(Date value) : storage_(value) {}
-    AnyValue(Data value) : storage_(std::move(value)) {}
-    AnyValue(Array value) : storage_(std::move(value)) {}
-    AnyValue(Dictionary value) : storage_(std::move(value)) {}
+    // Defined below, where Entry is complete: the variant's special members need it.
+    AnyValue();
+    AnyValue(Null);
+    AnyValue(std::string value);
+    AnyValue(const char* value);
+    AnyValue(std::int64_t value);
+    AnyValue(int value);
+    AnyValue(double value);
+    AnyValue(bool value);
+    AnyValue(Date value);
+    AnyValue(Data value);
+    AnyValue(Array value);
+    AnyValue(Dictionary value);
+    AnyValue(const AnyValue& other);
+    AnyValue(AnyValue&& other) noexcept;
+    AnyValue& operator=(const AnyValue& other);
+    AnyValue& operator=(AnyValue&& other) noexcept;
+    ~AnyValue();
 
     Kind kind() const { return static_cast<Kind>(storage_.index()); }
 
@@ -68,5 +74,23 @@ struct AnyValue::Entry {
     AnyValue value;
     bool operator==(const Entry&) const = default;
 };
+
+inline AnyValue::AnyValue() : storage_(Null{}) {}
+inline AnyValue::AnyValue(Null) : storage_(Null{}) {}
+inline AnyValue::AnyValue(std::string value) : storage_(std::move(value)) {}
+inline AnyValue::AnyValue(const char* value) : storage_(std::string(value)) {}
+inline AnyValue::AnyValue(std::int64_t value) : storage_(value) {}
+inline AnyValue::AnyValue(int value) : storage_(static_cast<std::int64_t>(value)) {}
+inline AnyValue::AnyValue(double value) : storage_(value) {}
+inline AnyValue::AnyValue(bool value) : storage_(value) {}
+inline AnyValue::AnyValue(Date value) : storage_(value) {}
+inline AnyValue::AnyValue(Data value) : storage_(std::move(value)) {}
+inline AnyValue::AnyValue(Array value) : storage_(std::move(value)) {}
+inline AnyValue::AnyValue(Dictionary value) : storage_(std::move(value)) {}
+inline AnyValue::AnyValue(const AnyValue& other) = default;
+inline AnyValue::AnyValue(AnyValue&& other) noexcept = default;
+inline AnyValue& AnyValue::operator=(const AnyValue& other) = default;
+inline AnyValue& AnyValue::operator=(AnyValue&& other) noexcept = default;
+inline AnyValue::~AnyValue() = default;
 
 } // namespace fexo
