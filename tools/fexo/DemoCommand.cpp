@@ -36,6 +36,7 @@ public:
         serverOptions.port = 0;
         serverOptions.clientId = clientId;
         serverOptions.clientSecret = clientSecret;
+        serverOptions.closeConnectionsAfterEachAnswer = true;
         server_ = std::make_unique<DevelopmentServer>(serverOptions);
         server_->start();
         step("Development server listening at " + server_->baseURL());

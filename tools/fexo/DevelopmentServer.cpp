@@ -216,6 +216,7 @@ void DevelopmentServer::Impl::route(httplib::Server& http)
     // Recorded before the answer is written, so a client that has its answer finds the
     // exchange in the log already.
     http.set_post_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
+        if (options.closeConnectionsAfterEachAnswer) response.set_header("Connection", "close");
         record(request, response);
     });
 }

@@ -36,6 +36,10 @@ struct DevelopmentServerOptions {
     std::function<void(const Exchange&)> exchangeObserver;
     // How many of the latest exchanges exchanges() keeps.
     std::size_t exchangeLogLimit = 1000;
+    // Answers carry "Connection: close". For a server that clients in its own process outlive
+    // (the shared URL session keeps connections open): stop() otherwise waits for the
+    // keep-alive time-out of every connection still open.
+    bool closeConnectionsAfterEachAnswer = false;
 };
 
 // A stand-in for the service's server on this machine, for offline work, the demo and tests.

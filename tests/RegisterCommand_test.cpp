@@ -1,0 +1,90 @@
+// `fexo register` as the host app's process: what it sends, and how the outcome becomes its
+// exit status (0 accepted, 2 refused by the server, 1 no usable answer).
+#include <support/DevelopmentServerProcess.hpp>
+#include <support/LoopbackServer.hpp>
+#include <support/ToolSandbox.hpp>
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using fexo::test::DevelopmentServerProcess;
+using fexo::test::LoopbackServer;
+using fexo::test::ToolSandbox;
+using nlohmann::json;
+
+const std::vector<std::string> registration{"register", "--token", "token-1", "--device-id", "device-1",
+                                            "--provider", "apns", "--imei1", "111", "--imei2", "222",
+                                            "--mobile-number", "+15550100"};
+
+TEST(RegisterCommand, TheDevelopmentServerAcceptsAndKeepsTheRegistration)
+{
+    ToolSandbox sandbox(FEXO_TOOL_PATH);
+    DevelopmentServerProcess server(FEXO_TOOL_PATH, sandbox.values());
+    sandbox.configure(server.baseURL());
+
+    const auto result = sandbox.run(registration);
+    EXPECT_EQ(result.exitCode, 0) << result.standardError;
+    EXPECT_EQ(result.standardOutput, "{}\n");
+
+    const json kept = server.registrations();
+    ASSERT_EQ(kept.size(), 1u) << kept;
+    EXPECT_EQ(kept[0]["deviceId"], "device-1");
+    EXPECT_EQ(kept[0]["registrationId"], "token-1");
+    EXPECT_EQ(kept[0]["pushNotificationProvider"], 2);
+    EXPECT_EQ(kept[0]["appId"], sandbox.values().bundleId);
+    EXPECT_EQ(kept[0]["osType"], "iOS");
+    EXPECT_EQ(kept[0]["imeI1"], "111");
+    EXPECT_EQ(kept[0]["imeI2"], "222");
+    EXPECT_EQ(kept[0]["mobileNumber"], "+15550100");
+    EXPECT_EQ(kept[0]["data"], "");
+}
+
+TEST(RegisterCommand, TheAnswersBodyDecidesNotItsStatus)
+{
+    const json refusal{{"errorMessage", "Validation failed"},
+                       {"errors", {{{"field", "deviceId"}, {"errorMessage", "The deviceId field is required."}}}}};
+    const struct {
+        int status;
+        std::string body;
+        int exitCode;
+        std::string standardOutput;
+        std::string standardErrorStart;
+    } cases[] = {
+        {400, refusal.dump(), 2, refusal.dump() + "\n", ""},
+        {200, R"({"errors":[]})", 0, "{\"errors\":[]}\n", ""},
+        {500, "{}", 0, "{}\n", ""},
+        {200, R"({"errorMessage":5})", 1, "", "fexo: The data couldn"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.body);
+        ToolSandbox sandbox(FEXO_TOOL_PATH);
+        LoopbackServer server;
+        server.setHandler([&c](const httplib::Request&, httplib::Response& response) {
+            response.status = c.status;
+            response.set_content(c.body, "application/json");
+        });
+        sandbox.configure(server.baseURL());
+
+        const auto result = sandbox.run(registration);
+        EXPECT_EQ(result.exitCode, c.exitCode) << result.standardError;
+        EXPECT_EQ(result.standardOutput, c.standardOutput);
+        EXPECT_EQ(result.standardError.rfind(c.standardErrorStart, 0), 0u) << result.standardError;
+        ASSERT_EQ(server.requests().size(), 1u);
+        EXPECT_EQ(server.requests()[0].path, "/api/Registration/RegisterNewDevice");
+    }
+}
+
+TEST(RegisterCommand, NoServerListeningExitsOneWithTheDescription)
+{
+    ToolSandbox sandbox(FEXO_TOOL_PATH);
+    sandbox.configure("http://127.0.0.1:" + std::to_string(fexo::test::unusedLoopbackPort()));
+    const auto result = sandbox.run(registration);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.standardError, "fexo: Could not connect to the server.\n");
+    EXPECT_EQ(result.standardOutput, "");
+}
+
+} // namespace
