@@ -5,16 +5,12 @@
 
 namespace fexo {
 
-namespace {
-
-bool sameName(const std::string& a, const std::string& b)
+bool headerNamesEqual(const std::string& a, const std::string& b)
 {
     return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
                return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
            });
 }
-
-} // namespace
 
 URLRequest::URLRequest(URL url, CachePolicy cachePolicy, double timeoutInterval)
     : url_(std::move(url)), cachePolicy_(cachePolicy), timeoutInterval_(timeoutInterval)
@@ -30,7 +26,7 @@ void URLRequest::setAllHTTPHeaderFields(HTTPHeaderFields fields)
 void URLRequest::setValue(std::string value, const std::string& headerField)
 {
     for (auto& field : headerFields_) {
-        if (sameName(field.first, headerField)) {
+        if (headerNamesEqual(field.first, headerField)) {
             field.second = std::move(value);
             return;
         }
@@ -41,7 +37,7 @@ void URLRequest::setValue(std::string value, const std::string& headerField)
 std::optional<std::string> URLRequest::value(const std::string& headerField) const
 {
     for (const auto& field : headerFields_)
-        if (sameName(field.first, headerField)) return field.second;
+        if (headerNamesEqual(field.first, headerField)) return field.second;
     return std::nullopt;
 }
 

@@ -13,6 +13,9 @@ namespace fexo {
 // Header fields in the order they were set. Names are compared without regard to case.
 using HTTPHeaderFields = std::vector<std::pair<std::string, std::string>>;
 
+// Header field names compare without regard to ASCII case.
+bool headerNamesEqual(const std::string& a, const std::string& b);
+
 // A value describing one HTTP request: URL, method, header fields, body, cache policy and
 // idle timeout. Building it does nothing on the network.
 class FEXO_EXPORT URLRequest {
