@@ -25,7 +25,7 @@ class FEXO_EXPORT Error {
 public:
     template <class E>
         requires std::is_base_of_v<ErrorBase, std::decay_t<E>>
-    Error(E&& error) // NOLINT(google-explicit-constructor): errors convert like Swift's `any Error`
+    Error(E&& error) // NOLINT(google-explicit-constructor): any concrete error passes where an Error is due
         : impl_(std::make_shared<const std::decay_t<E>>(std::forward<E>(error)))
     {
     }
