@@ -90,19 +90,6 @@ std::string LoopbackServer::baseURL() const
     return "http://127.0.0.1:" + std::to_string(port_);
 }
 
-TemporaryDirectory::TemporaryDirectory()
-{
-    std::string pattern = (std::filesystem::temp_directory_path() / "fexo-bench-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make a temporary directory");
-    path_ = pattern;
-}
-
-TemporaryDirectory::~TemporaryDirectory()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
 void installConfiguration(const std::filesystem::path& resources, const std::filesystem::path& appGroups,
                           const std::string& baseURL)
 {

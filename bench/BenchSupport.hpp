@@ -4,6 +4,8 @@
 // talk to, the configuration and app-group directory of the process, the data every figure
 // uses, and the reporter that prints each figure against its baseline.
 
+#include <support/TemporaryDirectory.hpp>
+
 #include <benchmark/benchmark.h>
 
 #include <atomic>
@@ -60,18 +62,7 @@ private:
     std::map<std::string, std::string> lastBodies_;
 };
 
-// A fresh temporary directory, removed with everything in it on destruction.
-class TemporaryDirectory {
-public:
-    TemporaryDirectory();
-    ~TemporaryDirectory();
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
+using fexo::test::TemporaryDirectory;
 
 constexpr const char* appGroup = "group.bench.fexo";
 

@@ -1,4 +1,5 @@
 #include <fexo/Commands.hpp>
+#include <fexo/SecretMask.hpp>
 
 #include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXOPlatform/NSException.hpp>
@@ -9,21 +10,13 @@ namespace fexo::tool {
 
 namespace {
 
-// Enough of the secret to tell two apart, never enough to use it: the last four characters,
-// and only when they are at most a third of the whole.
-std::string masked(const std::string& secret)
-{
-    if (secret.size() < 12) return "****";
-    return "****" + secret.substr(secret.size() - 4);
-}
-
 int checkConfiguration(const ToolOptions& options)
 {
     options.apply();
     try {
         const ServiceConfiguration& configuration = sharedConfiguration();
         std::cout << "FEXO_BASE_URL=" << configuration.baseURL << '\n'
-                  << "CLIENT_SECRET=" << masked(configuration.clientSecret) << '\n'
+                  << "CLIENT_SECRET=" << maskedSecret(configuration.clientSecret) << '\n'
                   << "CLIENT_ID=" << configuration.clientId << '\n'
                   << "APP_GROUP=" << configuration.appGroup << '\n'
                   << "BUNDLE_ID=" << configuration.bundleId << std::endl;

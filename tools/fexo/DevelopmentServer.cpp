@@ -1,4 +1,5 @@
 #include <fexo/DevelopmentServer.hpp>
+#include <fexo/SecretMask.hpp>
 
 #include <fexo/DevelopmentStore.hpp>
 
@@ -30,13 +31,6 @@ void answer(httplib::Response& response, int status, const Json& body)
 {
     response.status = status;
     response.set_content(body.dump(), jsonType);
-}
-
-// Enough of the secret to tell two apart in a log, never enough to use it.
-std::string masked(const std::string& secret)
-{
-    if (secret.size() < 12) return "****";
-    return "****" + secret.substr(secret.size() - 4);
 }
 
 std::string reasonPhrase(int status)
@@ -289,7 +283,7 @@ void DevelopmentServer::Impl::record(const httplib::Request& request, const http
         if (request.has_header(name)) exchange.requestHeaders[name] = request.get_header_value(name);
     }
     if (request.has_header("client_secret")) {
-        exchange.requestHeaders["client_secret"] = masked(request.get_header_value("client_secret"));
+        exchange.requestHeaders["client_secret"] = maskedSecret(request.get_header_value("client_secret"));
     }
     if (options.exchangeObserver) options.exchangeObserver(exchange);
 
