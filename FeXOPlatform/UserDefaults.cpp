@@ -20,6 +20,8 @@ namespace fexo {
 namespace {
 
 constexpr int busyTimeoutMilliseconds = 5000;
+// Log pages after which a commit copies the log back into the database.
+constexpr int walCheckpointPages = 128;
 constexpr int busyAttempts = 6;
 constexpr const char* databaseFileName = "defaults.sqlite";
 
@@ -203,10 +205,44 @@ struct DatabaseCloser {
 };
 using DatabaseHandle = std::unique_ptr<sqlite3, DatabaseCloser>;
 
+// SQLite opens a write-ahead log with "create", and a file opened that way has its directory
+// synced on the first sync, even when the log was already there and its directory entry long
+// durable. Since connections leave the log in place, nearly every short-lived process would pay
+// that extra flush. This file system is the platform's own with one change: a log that exists is
+// opened without "create" (and so without the directory sync); if it vanished meanwhile, the
+// open is retried as SQLite asked.
+int openExistingLogPlainly(sqlite3_vfs* vfs, sqlite3_filename name, sqlite3_file* file, int flags, int* outFlags)
+{
+    auto* platform = static_cast<sqlite3_vfs*>(vfs->pAppData);
+    if ((flags & SQLITE_OPEN_WAL) != 0 && (flags & SQLITE_OPEN_CREATE) != 0 && name != nullptr && ::access(name, F_OK) == 0) {
+        if (platform->xOpen(platform, name, file, flags & ~SQLITE_OPEN_CREATE, outFlags) == SQLITE_OK) return SQLITE_OK;
+    }
+    return platform->xOpen(platform, name, file, flags, outFlags);
+}
+
+const char* storeFileSystem()
+{
+    static const char* const name = [] {
+        static sqlite3_vfs fileSystem{};
+        sqlite3_initialize();
+        sqlite3_vfs* platform = sqlite3_vfs_find(nullptr);
+        if (platform == nullptr) return static_cast<const char*>(nullptr);
+        fileSystem = *platform;
+        fileSystem.pNext = nullptr;
+        fileSystem.zName = "fexo-store";
+        fileSystem.pAppData = platform;
+        fileSystem.xOpen = openExistingLogPlainly;
+        if (sqlite3_vfs_register(&fileSystem, 0) != SQLITE_OK) return static_cast<const char*>(nullptr);
+        return fileSystem.zName;
+    }();
+    return name;
+}
+
 DatabaseHandle openDatabase(const std::filesystem::path& path)
 {
     sqlite3* raw = nullptr;
-    const int opened = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, nullptr);
+    const int opened = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW,
+                                       storeFileSystem());
     DatabaseHandle database(raw);
     if (opened != SQLITE_OK) return nullptr;
     // The busy timeout comes first: every later step may wait for a lock of another process.
@@ -362,6 +398,15 @@ std::shared_ptr<UserDefaults> UserDefaults::open(std::string_view suiteName)
 
     auto database = openDatabase(databasePath);
     if (!database || !configure(database.get())) return nullptr;
+    // The sync of the log at each commit is all a change needs, so the connection leaves the log
+    // as it is when it goes away instead of copying it into the database (two more syncs, which
+    // every short-lived extension process would pay). The next opener rebuilds its index from
+    // the log; the small checkpoint threshold keeps that read and the log short. (A new file's
+    // draft connection does checkpoint when it closes: its log must not stay behind.)
+    sqlite3_db_config(database.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    sqlite3_wal_autocheckpoint(database.get(), walCheckpointPages);
+    // After one large change (say, deleting every record) the log file shrinks back once copied.
+    if (!execute(database.get(), "PRAGMA journal_size_limit = 4194304")) return nullptr;
     auto connection = std::make_unique<Connection>();
     connection->database = database.release();
     return std::shared_ptr<UserDefaults>(new UserDefaults(std::string(suiteName), databasePath, std::move(connection)));

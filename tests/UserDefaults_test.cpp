@@ -169,6 +169,42 @@ TEST_F(UserDefaultsTest, RegistrationDomainLiesBeneathAndStaysInMemory)
     EXPECT_TRUE(other->dictionaryRepresentation().empty());
 }
 
+// Connections leave the log behind when they close, so every later opener must rebuild what it
+// holds, and a new suite must leave nothing of its preparation in the folder.
+TEST_F(UserDefaultsTest, ChangesLeftInTheLogReachTheNextOpenerAndTheLogStaysBounded)
+{
+    const std::string large(64 * 1024, 'x');
+    {
+        auto defaults = UserDefaults::open(suite);
+        ASSERT_TRUE(defaults);
+        // One change larger than the log's limit, then small ones.
+        ASSERT_TRUE(defaults->performExclusively([&] {
+            for (int i = 0; i < 100; ++i) defaults->setData(large + std::to_string(i), "large." + std::to_string(i));
+        }));
+        ASSERT_TRUE(defaults->setObject("first", "small"));
+        ASSERT_TRUE(defaults->setObject("last", "small"));
+    }
+    const auto container = directory.path() / suite;
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(container)) names.push_back(entry.path().filename());
+    EXPECT_THAT(names, ::testing::UnorderedElementsAre("defaults.sqlite", "defaults.sqlite-wal", "defaults.sqlite-shm"));
+    EXPECT_GT(std::filesystem::file_size(container / "defaults.sqlite-wal"), 0u);
+
+    // Another process opens it from scratch: the shared index is rebuilt from the log alone.
+    ForkedProcess reader([&](int) {
+        auto defaults = UserDefaults::open(suite);
+        if (!defaults || defaults->object("small") != PropertyListValue("last")) return 1;
+        for (int i = 0; i < 100; ++i) {
+            if (defaults->dataForKey("large." + std::to_string(i)) != large + std::to_string(i)) return 2;
+        }
+        return defaults->setObject("again", "small") ? 0 : 3;
+    });
+    EXPECT_EQ(reader.wait(10s), 0);
+    EXPECT_EQ(UserDefaults::open(suite)->object("small"), PropertyListValue("again"));
+    // The 6.5 MiB change went through the log, which was then copied back and cut to 4 MiB.
+    EXPECT_LE(std::filesystem::file_size(container / "defaults.sqlite-wal"), 4u * 1024 * 1024);
+}
+
 TEST_F(UserDefaultsTest, ExclusiveTransactionCommitsWholeOrNothing)
 {
     auto defaults = UserDefaults::open(suite);
