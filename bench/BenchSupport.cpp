@@ -159,12 +159,17 @@ public:
             const std::string name = run.run_name.function_name;
             if (run.run_type == Run::RT_Aggregate) {
                 times[name + "#" + run.aggregate_name] = toMicroseconds(run);
+                // With only aggregates reported, the median stands for the runs.
+                if (run.aggregate_name == "median") times[name + "#"] = toMicroseconds(run);
             } else {
-                // Several runs of one name (repetitions reported one by one): keep the mean.
-                auto& sum = sums[name];
-                sum.first += toMicroseconds(run);
-                sum.second += 1;
-                times[name + "#"] = sum.first / sum.second;
+                // Several runs of one name (repetitions, possibly interleaved with other
+                // benchmarks): keep the median, which a burst of disk or CPU load moves least.
+                auto& all = samples[name];
+                all.push_back(toMicroseconds(run));
+                std::vector<double> sorted = all;
+                std::sort(sorted.begin(), sorted.end());
+                const std::size_t middle = sorted.size() / 2;
+                times[name + "#"] = sorted.size() % 2 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
             }
         }
     }
@@ -177,7 +182,7 @@ private:
         return run.GetAdjustedRealTime() * 1e6 / benchmark::GetTimeUnitMultiplier(run.time_unit);
     }
 
-    std::map<std::string, std::pair<double, int>> sums;
+    std::map<std::string, std::vector<double>> samples;
 };
 
 std::string formatMicroseconds(double us)

@@ -79,7 +79,7 @@ std::uint64_t residentBytes();
 std::string recordJSON(const std::string& id, double createdAt);
 
 // A figure: the project's benchmark against its baseline's, compared on one aggregate (or on
-// the mean time per iteration when `aggregate` is empty).
+// the median of the runs of that name when `aggregate` is empty).
 struct Figure {
     std::string title;
     std::string project;
