@@ -10,6 +10,7 @@
 #include <FeXOPlatform/JSONSerialization.hpp>
 #include <FeXOPlatform/URLSession.hpp>
 #include <FeXOPlatform/URLSessionConfiguration.hpp>
+#include <FeXOPlatform/UUID.hpp>
 
 #include <curl/curl.h>
 #include <sqlite3.h>
@@ -125,11 +126,12 @@ struct BarePush {
     {
         answer.clear();
         if (curl_easy_perform(easy) != CURLE_OK) return false;
-        // A key as long as the store's ("response_" and 36 characters).
-        char key[64];
-        std::snprintf(key, sizeof key, "response_%036llu", static_cast<unsigned long long>(written++));
+        // A new record under a fresh random identifier, as the extension stores each push: the
+        // keys land all over the table, not only at its end.
+        const std::string key = "response_" + UUID().uuidString();
+        ++written;
         sqlite3_reset(upsert);
-        sqlite3_bind_text(upsert, 1, key, -1, SQLITE_TRANSIENT);
+        sqlite3_bind_text(upsert, 1, key.c_str(), -1, SQLITE_TRANSIENT);
         sqlite3_bind_blob(upsert, 2, answer.data(), static_cast<int>(answer.size()), SQLITE_STATIC);
         return sqlite3_step(upsert) == SQLITE_DONE;
     }
