@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <system_error>
 
@@ -37,22 +38,29 @@ public:
     bool atEnd() const { return p_ == end_; }
     bool next(char c) const { return p_ != end_ && *p_ == c; }
 
-    // A key after its opening quote, up to and past its closing quote. Every known key is plain
-    // ASCII, so a key with an escape or a control character is unknown and declined unread.
-    bool readKey(std::string_view& key)
+    enum class Key { createdAt, data, errorCode, errorMessage, id, isRead, text, sender, unknown };
+
+    // A key after its opening quote, up to and past its closing quote. Only the record's own
+    // keys are recognised, matched with their closing quote; as they are plain ASCII, a key
+    // spelled with an escape or holding anything else is unknown and declined unread.
+    Key readKey()
     {
-        const char* const begin = p_;
-        while (p_ != end_) {
-            const auto byte = static_cast<unsigned char>(*p_);
-            if (byte == '"') {
-                key = std::string_view(begin, static_cast<std::size_t>(p_ - begin));
-                ++p_;
-                return true;
-            }
-            if (byte == '\\' || byte < 0x20) return false;
-            ++p_;
+        if (p_ == end_) return Key::unknown;
+        switch (*p_) {
+        case 'c': return match("createdAt\"", Key::createdAt);
+        case 'd': return match("data\"", Key::data);
+        case 'e': {
+            const Key key = match("errorCode\"", Key::errorCode);
+            return key != Key::unknown ? key : match("errorMessage\"", Key::errorMessage);
         }
-        return false;
+        case 'i': {
+            const Key key = match("id\"", Key::id);
+            return key != Key::unknown ? key : match("isRead\"", Key::isRead);
+        }
+        case 't': return match("text\"", Key::text);
+        case 's': return match("sender\"", Key::sender);
+        default: return Key::unknown;
+        }
     }
 
     // "null" sets `out` empty; a string sets it; anything else declines.
@@ -131,14 +139,14 @@ public:
         skipWhitespace();
         if (!consume('}')) {
             while (true) {
-                std::string_view key;
-                if (!consume('"') || !readKey(key)) return false;
+                if (!consume('"')) return false;
+                const Key key = readKey();
                 skipWhitespace();
                 if (!consume(':')) return false;
                 skipWhitespace();
-                if (key == "text") {
+                if (key == Key::text) {
                     if (!readString(data.text)) return false;
-                } else if (key == "sender") {
+                } else if (key == Key::sender) {
                     if (!readString(data.sender)) return false;
                 } else {
                     return false;
@@ -216,6 +224,11 @@ private:
 
     bool readNull() { return next('n') && readLiteral("null"); }
 
+    Key match(std::string_view quotedName, Key key)
+    {
+        return readLiteral(quotedName) ? key : Key::unknown;
+    }
+
     // The length of the well-formed UTF-8 sequence of two to four bytes at `p`, 0 for anything
     // else: overlong forms, surrogates, code points above U+10FFFF and cut-off sequences.
     static std::size_t utf8SequenceLength(const unsigned char* p, const unsigned char* end)
@@ -239,6 +252,20 @@ private:
         return 0;
     }
 
+    // Whether all eight bytes at `p` are printable ASCII other than '"' and '\\', the bytes
+    // that need no further look; tested together as one word.
+    static bool plainBytes(const unsigned char* p)
+    {
+        constexpr std::uint64_t ones = 0x0101010101010101;
+        constexpr std::uint64_t highs = 0x8080808080808080;
+        std::uint64_t word = 0;
+        std::memcpy(&word, p, sizeof word);
+        const auto hasZeroByte = [](std::uint64_t v) { return ((v - ones) & ~v & highs) != 0; };
+        const bool special = (word & highs) != 0 || ((word - 0x20 * ones) & ~word & highs) != 0 ||
+                             hasZeroByte(word ^ ('"' * ones)) || hasZeroByte(word ^ ('\\' * ones));
+        return !special;
+    }
+
     // The rest of a string after its opening quote, into `out` (cleared first). Runs of plain
     // bytes are appended whole; the short escapes are decoded; \u escapes are declined.
     bool readStringBody(std::string& out)
@@ -249,6 +276,10 @@ private:
         const auto* run = q;
         const auto flush = [&] { out.append(reinterpret_cast<const char*>(run), static_cast<std::size_t>(q - run)); };
         while (q != end) {
+            if (end - q >= 8 && plainBytes(q)) {
+                q += 8;
+                continue;
+            }
             const unsigned char byte = *q;
             if (byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\') {
                 ++q;
@@ -335,18 +366,21 @@ bool fastDecode(std::string_view json, Response& value)
     scanner.skipWhitespace();
     if (!scanner.consume('}')) {
         while (true) {
-            std::string_view key;
-            if (!scanner.consume('"') || !scanner.readKey(key)) return false;
+            if (!scanner.consume('"')) return false;
+            const Scanner::Key key = scanner.readKey();
             scanner.skipWhitespace();
             if (!scanner.consume(':')) return false;
             scanner.skipWhitespace();
             bool read = false;
-            if (key == "createdAt") read = scanner.readDate(value.createdAt_);
-            else if (key == "data") read = scanner.readData(value.data);
-            else if (key == "errorCode") read = scanner.readInt64(value.errorCode_);
-            else if (key == "errorMessage") read = scanner.readString(value.errorMessage_);
-            else if (key == "id") read = scanner.readString(value.id);
-            else if (key == "isRead") read = scanner.readBool(value.isRead);
+            switch (key) {
+            case Scanner::Key::createdAt: read = scanner.readDate(value.createdAt_); break;
+            case Scanner::Key::data: read = scanner.readData(value.data); break;
+            case Scanner::Key::errorCode: read = scanner.readInt64(value.errorCode_); break;
+            case Scanner::Key::errorMessage: read = scanner.readString(value.errorMessage_); break;
+            case Scanner::Key::id: read = scanner.readString(value.id); break;
+            case Scanner::Key::isRead: read = scanner.readBool(value.isRead); break;
+            default: return false;
+            }
             if (!read) return false;
             scanner.skipWhitespace();
             if (scanner.consume('}')) break;
