@@ -1,4 +1,4 @@
-#include <fexo/DevelopmentServer.hpp>
+#include <devserver/DevelopmentServer.hpp>
 
 #include <FeXOPlatform/Date.hpp>
 #include <support/ChildProcess.hpp>

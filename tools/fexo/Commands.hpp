@@ -16,13 +16,16 @@ struct ToolOptions {
     void apply() const;
 };
 
+// Sets up fexo's top level in `app`: its description, one command required, and the options of
+// ToolOptions (given before or after the command). fexo and fexo-devserver share it, so that a
+// command handed over parses and explains itself exactly as it would in fexo.
+void addToolOptions(CLI::App& app, ToolOptions& options);
+
 // Each command adds its subcommand to `app`; the callback it installs stores the command's
 // exit status in `exitCode`. A command that reports a failure prints to standard error.
 void addConfigCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
-void addServeCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 void addRegisterCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 void addHandlePushCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 void addStoreCommands(CLI::App& app, const ToolOptions& options, int& exitCode);
-void addDemoCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 
 } // namespace fexo::tool

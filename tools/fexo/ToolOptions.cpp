@@ -12,4 +12,15 @@ void ToolOptions::apply() const
     if (appGroups) ::setenv("FEXO_APP_GROUPS_DIR", appGroups->c_str(), 1);
 }
 
+void addToolOptions(CLI::App& app, ToolOptions& options)
+{
+    app.description("fexo: the FeXO notification service from the command line");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.add_option("--resources", options.resources,
+                   "Directory holding FeXOService-Info.plist (default: $FEXO_RESOURCES_DIR, else the tool's own)");
+    app.add_option("--app-groups", options.appGroups,
+                   "Root of the app-group stores (default: $FEXO_APP_GROUPS_DIR, else under $XDG_DATA_HOME)");
+}
+
 } // namespace fexo::tool

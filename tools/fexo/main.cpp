@@ -1,25 +1,23 @@
 #include <fexo/Commands.hpp>
-
-#include <iostream>
+#include <fexo/DevelopmentServerHandOff.hpp>
 
 int main(int argc, char** argv)
 {
-    CLI::App app{"fexo: the FeXO notification service from the command line"};
-    app.require_subcommand(1);
-    app.fallthrough();
+    if (fexo::tool::choosesDevelopmentServerCommand(argc, argv)) {
+        fexo::tool::handOverToDevelopmentServer(argv);
+        return 1;
+    }
+
+    CLI::App app;
     fexo::tool::ToolOptions options;
-    app.add_option("--resources", options.resources,
-                   "Directory holding FeXOService-Info.plist (default: $FEXO_RESOURCES_DIR, else the tool's own)");
-    app.add_option("--app-groups", options.appGroups,
-                   "Root of the app-group stores (default: $FEXO_APP_GROUPS_DIR, else under $XDG_DATA_HOME)");
+    fexo::tool::addToolOptions(app, options);
 
     int exitCode = 0;
     fexo::tool::addConfigCommand(app, options, exitCode);
     fexo::tool::addRegisterCommand(app, options, exitCode);
     fexo::tool::addHandlePushCommand(app, options, exitCode);
     fexo::tool::addStoreCommands(app, options, exitCode);
-    fexo::tool::addServeCommand(app, options, exitCode);
-    fexo::tool::addDemoCommand(app, options, exitCode);
+    fexo::tool::addDevelopmentServerCommands(app, argv, exitCode);
 
     try {
         app.parse(argc, argv);

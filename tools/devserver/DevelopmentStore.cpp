@@ -1,4 +1,4 @@
-#include <fexo/DevelopmentStore.hpp>
+#include <devserver/DevelopmentStore.hpp>
 
 #include <sqlite3.h>
 

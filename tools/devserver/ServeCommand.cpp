@@ -1,5 +1,6 @@
-#include <fexo/Commands.hpp>
-#include <fexo/DevelopmentServer.hpp>
+#include <devserver/DevelopmentServerCommands.hpp>
+#include <devserver/DevelopmentServer.hpp>
+#include <fexo/DevelopmentServerHandOff.hpp>
 
 #include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXOPlatform/NSException.hpp>
@@ -87,9 +88,7 @@ int serve(const ToolOptions& options, const ServeArguments& arguments)
 void addServeCommand(CLI::App& app, const ToolOptions& options, int& exitCode)
 {
     auto arguments = std::make_shared<ServeArguments>();
-    auto* command = app.add_subcommand(
-        "serve", "Run a development server that stands in for the FeXO service on this machine; "
-                 "prints its base URL, serves until SIGINT or SIGTERM");
+    auto* command = app.add_subcommand("serve", serveDescription);
     command->add_option("--host", arguments->host, "Address to listen on")->capture_default_str();
     command->add_option("--port", arguments->port, "Port to listen on, 0 for any free port")
         ->capture_default_str()

@@ -1,5 +1,6 @@
-#include <fexo/Commands.hpp>
-#include <fexo/DevelopmentServer.hpp>
+#include <devserver/DevelopmentServerCommands.hpp>
+#include <devserver/DevelopmentServer.hpp>
+#include <fexo/DevelopmentServerHandOff.hpp>
 #include <fexo/ExtensionRoad.hpp>
 
 #include <FeXONotificationService/FeXOService.hpp>
@@ -172,10 +173,7 @@ private:
 
 void addDemoCommand(CLI::App& app, const ToolOptions&, int& exitCode)
 {
-    app.add_subcommand("demo",
-                       "Run the whole system in a temporary directory: development server, registration, a push "
-                       "handled by the extension, the stored record listed, marked read, and logout")
-        ->callback([&exitCode] { exitCode = Demo().run(); });
+    app.add_subcommand("demo", demoDescription)->callback([&exitCode] { exitCode = Demo().run(); });
 }
 
 } // namespace fexo::tool

@@ -1,7 +1,7 @@
-#include <fexo/DevelopmentServer.hpp>
+#include <devserver/DevelopmentServer.hpp>
 #include <fexo/SecretMask.hpp>
 
-#include <fexo/DevelopmentStore.hpp>
+#include <devserver/DevelopmentStore.hpp>
 
 #include <FeXOPlatform/Date.hpp>
 #include <FeXOPlatform/DecodingError.hpp>

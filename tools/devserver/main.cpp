@@ -1,0 +1,23 @@
+// fexo-devserver: the commands of fexo that carry an HTTP server (serve, demo). fexo hands them
+// over to this executable with its own argument vector, so options, help and exit statuses are
+// those of fexo.
+#include <devserver/DevelopmentServerCommands.hpp>
+
+int main(int argc, char** argv)
+{
+    CLI::App app;
+    fexo::tool::ToolOptions options;
+    fexo::tool::addToolOptions(app, options);
+
+    int exitCode = 0;
+    fexo::tool::addServeCommand(app, options, exitCode);
+    fexo::tool::addDemoCommand(app, options, exitCode);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const int status = app.exit(error);
+        return status == 0 ? 0 : 1;
+    }
+    return exitCode;
+}
