@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <climits>
 #include <condition_variable>
 #include <cstdlib>
@@ -68,6 +69,8 @@ struct Transfer {
     URLRequest request;
     URLSession::CompletionHandler completion;
     CURL* easy = nullptr;
+    std::string origin;    // scheme://authority of the request: the per-host limit's key
+    bool admitted = false; // in the multi handle; otherwise waiting for a slot of its origin
     std::unique_ptr<curl_slist, SlistDeleter> headers;
     std::string body; // outlives the transfer: curl does not copy CURLOPT_POSTFIELDS
     std::string data;
@@ -152,7 +155,15 @@ public:
         multi_ = curl_multi_init();
         if (multi_) {
             curl_multi_setopt(multi_, CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
+            // The per-host limit is kept here too, by admitting at most that many transfers of one
+            // origin at a time (see admit()): curl's own queue of transfers waiting for a
+            // connection could leave one waiting after the last connection came free.
             curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, configuration_.maximumConnectionsPerHost);
+            // Left alone, curl sizes its cache of idle connections by the transfers in hand, so as
+            // a burst drains it closes connections it is about to need again (and a transfer
+            // queued for a connection could wait for one that was closed instead of returned).
+            // A fixed size keeps every connection of a few hosts between bursts.
+            curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, static_cast<long>(4 * configuration_.maximumConnectionsPerHost));
         }
     }
 
@@ -266,11 +277,62 @@ private:
         Transfer* raw = transfer.get();
         active_.emplace(raw, std::move(transfer));
         raw->easy = curl_easy_init();
-        if (!multi_ || !raw->easy || !configure(*raw) || curl_multi_add_handle(multi_, raw->easy) != CURLM_OK) {
+        if (!multi_ || !raw->easy || !configure(*raw)) {
             complete(raw, std::nullopt, std::nullopt, URLError(URLError::unknown, raw->request.url().absoluteString()));
             return;
         }
-        raw->touch();
+        raw->touch(); // the idle clock runs from here, also while the transfer waits for a slot
+        raw->origin = originOf(raw->request.url().absoluteString());
+        auto& slots = admitted_[raw->origin];
+        if (slots < static_cast<std::size_t>(std::max(1L, configuration_.maximumConnectionsPerHost))) {
+            admit(raw);
+        } else {
+            waiting_[raw->origin].push_back(raw);
+        }
+    }
+
+    // Hands the transfer to curl, taking one of its origin's slots.
+    void admit(Transfer* transfer)
+    {
+        if (curl_multi_add_handle(multi_, transfer->easy) != CURLM_OK) {
+            complete(transfer, std::nullopt, std::nullopt,
+                     URLError(URLError::unknown, transfer->request.url().absoluteString()));
+            return;
+        }
+        transfer->admitted = true;
+        ++admitted_[transfer->origin];
+    }
+
+    // Takes a transfer out of curl or out of its queue; a freed slot goes to the next in line.
+    void withdraw(Transfer* transfer)
+    {
+        if (!transfer->admitted) {
+            auto queue = waiting_.find(transfer->origin);
+            if (queue == waiting_.end()) return;
+            std::erase(queue->second, transfer);
+            if (queue->second.empty()) waiting_.erase(queue);
+            return;
+        }
+        curl_multi_remove_handle(multi_, transfer->easy);
+        transfer->admitted = false;
+        auto slots = admitted_.find(transfer->origin);
+        if (--slots->second == 0) admitted_.erase(slots);
+        auto queue = waiting_.find(transfer->origin);
+        if (queue == waiting_.end() || stoppingThread_) return;
+        Transfer* next = queue->second.front();
+        queue->second.pop_front();
+        if (queue->second.empty()) waiting_.erase(queue);
+        admit(next);
+    }
+
+    static std::string originOf(const std::string& url)
+    {
+        const auto schemeEnd = url.find("://");
+        if (schemeEnd == std::string::npos) return url;
+        const auto authorityEnd = url.find_first_of("/?#", schemeEnd + 3);
+        std::string origin = url.substr(0, authorityEnd);
+        std::transform(origin.begin(), origin.end(), origin.begin(), [](unsigned char c) { return std::tolower(c); });
+        return origin;
     }
 
     bool configure(Transfer& t)
@@ -350,7 +412,7 @@ private:
         curl_easy_getinfo(e, CURLINFO_EFFECTIVE_URL, &effective);
         std::optional<URL> finalURL = effective ? URL::fromString(effective) : std::nullopt;
         const std::string failingURL = finalURL ? finalURL->absoluteString() : transfer->request.url().absoluteString();
-        curl_multi_remove_handle(multi_, e);
+        withdraw(transfer);
 
         if (result != CURLE_OK) {
             long osErrno = 0;
@@ -389,7 +451,7 @@ private:
             if (transfer->easy && now >= transfer->deadline()) expired.push_back(raw);
         for (Transfer* transfer : expired) {
             countConnections(transfer->easy);
-            curl_multi_remove_handle(multi_, transfer->easy);
+            withdraw(transfer);
             complete(transfer, std::nullopt, std::nullopt,
                      URLError(URLError::timedOut, transfer->request.url().absoluteString()));
         }
@@ -432,10 +494,11 @@ private:
 
     void shutDown()
     {
+        stoppingThread_ = true; // withdrawn transfers free no slot for the waiting: all are ending
         std::vector<Transfer*> left;
         for (const auto& [raw, transfer] : active_) left.push_back(raw);
         for (Transfer* transfer : left) {
-            if (transfer->easy && multi_) curl_multi_remove_handle(multi_, transfer->easy);
+            if (transfer->easy && multi_) withdraw(transfer);
             if (cancelOnStop_) {
                 complete(transfer, std::nullopt, std::nullopt,
                          URLError(URLError::cancelled, transfer->request.url().absoluteString()));
@@ -452,6 +515,10 @@ private:
     const bool isShared_;
     CURLM* multi_ = nullptr;
     std::atomic<std::uint64_t> connections_{0};
+    // Session thread only: transfers in curl per origin, and those waiting for a slot, in order.
+    std::unordered_map<std::string, std::size_t> admitted_;
+    std::unordered_map<std::string, std::deque<Transfer*>> waiting_;
+    bool stoppingThread_ = false;
 
     std::mutex mutex_;
     std::condition_variable idle_;

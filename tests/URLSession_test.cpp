@@ -306,6 +306,30 @@ TEST_F(URLSessionTest, ManyRequestsFromSeveralThreadsEachGetTheirOwnAnswerOverRe
     EXPECT_LE(session.connectionsOpened(), 6u); // at most the per-host limit, each reused
 }
 
+// Connections are kept between bursts: as a burst drains, the few transfers left must not
+// shrink the connection cache below the connections that served it.
+TEST_F(URLSessionTest, ConnectionsOutliveTheBurstsTheyServe)
+{
+    server.setHandler([](const httplib::Request&, httplib::Response& response) { response.set_content("ok", "text/plain"); });
+    constexpr int bursts = 5;
+    constexpr int perBurst = 120;
+    for (int burst = 0; burst < bursts; ++burst) {
+        std::atomic<int> done{0};
+        std::promise<void> allDone;
+        for (int i = 0; i < perBurst; ++i) {
+            session.dataTask(request(server.baseURL() + "/b"), [&](auto, auto, auto) {
+                if (done.fetch_add(1) + 1 == perBurst) allDone.set_value();
+            }).resume();
+        }
+        ASSERT_EQ(allDone.get_future().wait_for(patience), std::future_status::ready)
+            << "burst " << burst << ": " << done << " of " << perBurst << " completed, server saw "
+            << server.requests().size() << " requests, connections opened " << session.connectionsOpened();
+        ASSERT_TRUE(session.waitUntilIdle(patience));
+    }
+    EXPECT_GE(session.connectionsOpened(), 1u);
+    EXPECT_LE(session.connectionsOpened(), 6u) << "connections were closed and opened again between bursts";
+}
+
 TEST_F(URLSessionTest, CompletionNeverRunsInsideResumeEvenWhenResumedFromACompletion)
 {
     Completion inner;
