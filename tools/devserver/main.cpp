@@ -12,12 +12,5 @@ int main(int argc, char** argv)
     int exitCode = 0;
     fexo::tool::addServeCommand(app, options, exitCode);
     fexo::tool::addDemoCommand(app, options, exitCode);
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        const int status = app.exit(error);
-        return status == 0 ? 0 : 1;
-    }
-    return exitCode;
+    return fexo::tool::parseAndRun(app, argc, argv, exitCode);
 }

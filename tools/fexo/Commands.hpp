@@ -21,6 +21,10 @@ struct ToolOptions {
 // command handed over parses and explains itself exactly as it would in fexo.
 void addToolOptions(CLI::App& app, ToolOptions& options);
 
+// Parses the arguments, which runs the chosen command, and gives the process's exit status:
+// the command's `exitCode`, 0 for --help, 1 for a usage error (explained on standard error).
+int parseAndRun(CLI::App& app, int argc, char** argv, const int& exitCode);
+
 // Each command adds its subcommand to `app`; the callback it installs stores the command's
 // exit status in `exitCode`. A command that reports a failure prints to standard error.
 void addConfigCommand(CLI::App& app, const ToolOptions& options, int& exitCode);

@@ -23,4 +23,15 @@ void addToolOptions(CLI::App& app, ToolOptions& options)
                    "Root of the app-group stores (default: $FEXO_APP_GROUPS_DIR, else under $XDG_DATA_HOME)");
 }
 
+int parseAndRun(CLI::App& app, int argc, char** argv, const int& exitCode)
+{
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const int status = app.exit(error);
+        return status == 0 ? 0 : 1;
+    }
+    return exitCode;
+}
+
 } // namespace fexo::tool

@@ -18,12 +18,5 @@ int main(int argc, char** argv)
     fexo::tool::addHandlePushCommand(app, options, exitCode);
     fexo::tool::addStoreCommands(app, options, exitCode);
     fexo::tool::addDevelopmentServerCommands(app, argv, exitCode);
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        const int status = app.exit(error);
-        return status == 0 ? 0 : 1;
-    }
-    return exitCode;
+    return fexo::tool::parseAndRun(app, argc, argv, exitCode);
 }
