@@ -265,19 +265,26 @@ void projectFetchOne(benchmark::State& state, std::size_t count)
     }
 }
 
+// One prepared point read on the bare connection; false when the row is missing.
+bool bareRead(Store& s, const std::string& key, std::string& value)
+{
+    auto* select = s.statement("SELECT kind, value FROM defaults WHERE key = ?1");
+    bindText(select, 1, key);
+    const bool found = sqlite3_step(select) == SQLITE_ROW;
+    if (found) value.assign(column(select, 1));
+    // Reset at once: a statement left on a row keeps its read snapshot open, and an open
+    // reader keeps every other connection's checkpoint from finishing.
+    sqlite3_reset(select);
+    return found;
+}
+
 void bareFetchOne(benchmark::State& state, std::size_t count)
 {
     Store& s = store("read", count);
     std::mt19937 random(7);
+    std::string value;
     for (auto _ : state) {
-        const std::string key = keyPrefix + s.ids[random() % count];
-        auto* select = s.statement("SELECT kind, value FROM defaults WHERE key = ?1");
-        bindText(select, 1, key);
-        if (sqlite3_step(select) != SQLITE_ROW) state.SkipWithError("record missing");
-        std::string value(column(select, 1));
-        // Reset at once: a statement left on a row keeps its read snapshot open, and an open
-        // reader keeps every other connection's checkpoint from finishing.
-        sqlite3_reset(select);
+        if (!bareRead(s, keyPrefix + s.ids[random() % count], value)) state.SkipWithError("record missing");
         benchmark::DoNotOptimize(value);
     }
 }
@@ -309,11 +316,8 @@ void bareMarkAsRead(benchmark::State& state, std::size_t count)
     std::mt19937 random(11);
     for (auto _ : state) {
         const std::string key = keyPrefix + s.ids[random() % count];
-        auto* select = s.statement("SELECT kind, value FROM defaults WHERE key = ?1");
-        bindText(select, 1, key);
-        if (sqlite3_step(select) != SQLITE_ROW) state.SkipWithError("record missing");
-        std::string value(column(select, 1));
-        sqlite3_reset(select);
+        std::string value;
+        if (!bareRead(s, key, value)) state.SkipWithError("record missing");
         // SQLite leaves a page clean when a row is overwritten with the same bytes, and a commit
         // without dirty pages does not flush. A trailing blank added or taken away (still the same
         // JSON) makes every write a real change, as the store's first mark of a record is.

@@ -90,19 +90,23 @@ URLRequest request(const std::string& url, const std::string& method = "GET",
     return result;
 }
 
+// One task through `session`: its outcome, after checking that the completion ran exactly once
+// and the session went idle.
+Outcome loadOnce(fexo::URLSession& session, const URLRequest& request)
+{
+    Completion completion;
+    session.dataTask(request, completion.handler()).resume();
+    Outcome outcome = completion.wait();
+    EXPECT_TRUE(session.waitUntilIdle(patience));
+    EXPECT_EQ(completion.calls(), 1);
+    return outcome;
+}
+
 class URLSessionTest : public testing::Test {
 protected:
     void TearDown() override { gate.open(); }
 
-    Outcome load(const URLRequest& request)
-    {
-        Completion completion;
-        session.dataTask(request, completion.handler()).resume();
-        Outcome outcome = completion.wait();
-        EXPECT_TRUE(session.waitUntilIdle(patience));
-        EXPECT_EQ(completion.calls(), 1);
-        return outcome;
-    }
+    Outcome load(const URLRequest& request) { return loadOnce(session, request); }
 
     Gate gate;
     LoopbackServer server;
@@ -406,15 +410,7 @@ protected:
     static std::string key() { return (directory->path() / "key.pem").string(); }
     static std::string certificate() { return (directory->path() / "cert.pem").string(); }
 
-    static Outcome load(fexo::URLSession& session, const URLRequest& request)
-    {
-        Completion completion;
-        session.dataTask(request, completion.handler()).resume();
-        Outcome outcome = completion.wait();
-        EXPECT_TRUE(session.waitUntilIdle(patience));
-        EXPECT_EQ(completion.calls(), 1);
-        return outcome;
-    }
+    static Outcome load(fexo::URLSession& session, const URLRequest& request) { return loadOnce(session, request); }
 
     static inline fexo::test::TemporaryDirectory* directory = nullptr;
 };
