@@ -61,12 +61,7 @@ protected:
     }
     void TearDown() override { ::unsetenv("FEXO_APP_GROUPS_DIR"); }
 
-    void configure(const std::string& baseURL)
-    {
-        fexo::test::ConfigurationValues values;
-        values.baseURL = baseURL;
-        fexo::test::installConfiguration(directory.path(), values);
-    }
+    void configure(const std::string& baseURL) { fexo::test::installConfiguration(directory.path(), baseURL); }
 
     void answer(std::string body, int status = 200)
     {
