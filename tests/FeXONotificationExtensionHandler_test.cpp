@@ -159,16 +159,6 @@ TEST_F(ExtensionHandlerTest, MissingPartsOfTheAnswerBecomeEmptyTextAndTheRecordI
     }
 }
 
-TEST_F(ExtensionHandlerTest, TheSameServerRecordTwiceIsStoredUnderTwoKeys)
-{
-    answer(R"({"id":"same","data":{"text":"t","sender":"s"}})");
-    handle(pushFor("u", "t"));
-    handle(pushFor("u", "t"));
-    const auto records = stored();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_NE(records[0].id, records[1].id);
-}
-
 TEST_F(ExtensionHandlerTest, AFailedRequestPrintsTheErrorStoresNothingAndNeverDelivers)
 {
     answer("this is not JSON");
