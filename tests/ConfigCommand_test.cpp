@@ -1,33 +1,26 @@
-#include <support/Process.hpp>
+#include <support/ChildProcess.hpp>
+#include <support/Configuration.hpp>
 #include <support/TemporaryDirectory.hpp>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using fexo::test::runProcess;
+using fexo::test::ChildProcess;
 using fexo::test::TemporaryDirectory;
-
-void writeWithPython(const std::filesystem::path& directory, const std::string& dictionary, bool binary)
-{
-    const std::string script = "import plistlib,sys\nplistlib.dump(" + dictionary + ", open(sys.argv[1], 'wb'), fmt=plistlib." +
-                               (binary ? "FMT_BINARY" : "FMT_XML") + ")\n";
-    const auto result = runProcess("/usr/bin/python3", {"-c", script, (directory / "FeXOService-Info.plist").string()});
-    ASSERT_EQ(result.exitCode, 0) << result.standardError;
-}
 
 fexo::test::ProcessResult configCheck(const std::vector<std::string>& arguments, const std::string& resources = "")
 {
     fexo::test::ProcessOptions options;
     options.environment["FEXO_RESOURCES_DIR"] = resources;
-    return runProcess(FEXO_TOOL_PATH, arguments, options);
+    return ChildProcess::run(FEXO_TOOL_PATH, arguments, options);
 }
 
 TEST(ConfigCommand, PrintsTheSettingsWithTheSecretMaskedFromEitherForm)
 {
     for (bool binary : {false, true}) {
         TemporaryDirectory directory;
-        writeWithPython(directory.path(),
+        fexo::test::writeConfigurationWithPython(directory.path(),
                         "{'FEXO_BASE_URL': 'http://127.0.0.1:8080/', 'CLIENT_SECRET': 'very-secret-value-9876', "
                         "'CLIENT_ID': 'app', 'APP_GROUP': 'group.a', 'BUNDLE_ID': 'com.a'}",
                         binary);
@@ -52,7 +45,7 @@ TEST(ConfigCommand, ReportsTheLibrarysExceptionExactly)
     EXPECT_EQ(result.standardError,
               "fexo: NSGenericException:  FeXO notifications framework could not find a valid FeXOService-Info.plist in your project.\n");
 
-    writeWithPython(directory.path(), "{'FEXO_BASE_URL': 'u', 'CLIENT_SECRET': 's', 'CLIENT_ID': 5, 'BUNDLE_ID': ''}", true);
+    fexo::test::writeConfigurationWithPython(directory.path(), "{'FEXO_BASE_URL': 'u', 'CLIENT_SECRET': 's', 'CLIENT_ID': 5, 'BUNDLE_ID': ''}", true);
     result = configCheck({"config", "check", "--resources", directory.path()});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.standardError, "fexo: NSObjectNotAvailableException: CLIENT_ID is not found in FeXOService-Info.plist\n");

@@ -19,12 +19,7 @@ fexo::DeviceInfo device()
 
 class EndpointTest : public testing::Test {
 protected:
-    void configure(const std::string& baseURL)
-    {
-        fexo::test::ConfigurationValues values;
-        values.baseURL = baseURL;
-        fexo::test::installConfiguration(directory.path(), values);
-    }
+    void configure(const std::string& baseURL) { fexo::test::installConfiguration(directory.path(), baseURL); }
 
     fexo::test::TemporaryDirectory directory;
 };

@@ -61,12 +61,7 @@ protected:
     }
     void TearDown() override { ::unsetenv("FEXO_APP_GROUPS_DIR"); }
 
-    void configure(const std::string& baseURL)
-    {
-        fexo::test::ConfigurationValues values;
-        values.baseURL = baseURL;
-        fexo::test::installConfiguration(directory.path(), values);
-    }
+    void configure(const std::string& baseURL) { fexo::test::installConfiguration(directory.path(), baseURL); }
 
     void answer(std::string body, int status = 200)
     {
@@ -162,16 +157,6 @@ TEST_F(ExtensionHandlerTest, MissingPartsOfTheAnswerBecomeEmptyTextAndTheRecordI
         fexo::ResponseAccess::createdAt(expected) = fexo::ResponseAccess::createdAt(records[0]);
         EXPECT_EQ(records[0], expected);
     }
-}
-
-TEST_F(ExtensionHandlerTest, TheSameServerRecordTwiceIsStoredUnderTwoKeys)
-{
-    answer(R"({"id":"same","data":{"text":"t","sender":"s"}})");
-    handle(pushFor("u", "t"));
-    handle(pushFor("u", "t"));
-    const auto records = stored();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_NE(records[0].id, records[1].id);
 }
 
 TEST_F(ExtensionHandlerTest, AFailedRequestPrintsTheErrorStoresNothingAndNeverDelivers)

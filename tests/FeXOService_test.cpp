@@ -8,7 +8,6 @@
 #include <FeXOPlatform/UIDevice.hpp>
 #include <FeXOPlatform/URLError.hpp>
 #include <FeXOPlatform/URLSession.hpp>
-#include <FeXOPlatform/UserDefaults.hpp>
 
 #include <support/Configuration.hpp>
 #include <support/LoopbackServer.hpp>
@@ -115,22 +114,6 @@ TEST_F(FeXOServiceTest, LocalOperationsWorkOnTheSharedStoreUnderTheRecordsId)
     testing::internal::CaptureStdout();
     service.markNotificationAsRead(" 7");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Item Not Found!\n");
-}
-
-TEST_F(FeXOServiceTest, LogoutDeletesEveryRecordAndNothingElse)
-{
-    FeXOService service;
-    service.write(Response({}, {}, {}, {}, "a"));
-    service.write(Response({}, {}, {}, {}, "b"));
-    auto defaults = fexo::UserDefaults::open(values.appGroup);
-    ASSERT_TRUE(defaults);
-    defaults->setData("host app's own", "Response_a");
-    defaults->setData("host app's own", "token");
-
-    service.logout();
-    EXPECT_EQ(service.fetchAllNotifications(), std::vector<Response>{});
-    EXPECT_EQ(defaults->dataForKey("Response_a"), "host app's own");
-    EXPECT_EQ(defaults->dataForKey("token"), "host app's own");
 }
 
 TEST(FeXOServiceConstruction, ReadsNothingUntilFirstUse)

@@ -53,7 +53,7 @@ TEST(FexoTool, WithoutTheSiblingServeFailsWithOneLine)
     const auto alone = directory.path() / "fexo";
     std::filesystem::copy_file(FEXO_TOOL_PATH, alone);
     for (const char* command : {"serve", "demo"}) {
-        const auto result = fexo::test::runProcess(alone, {"--app-groups", directory.path().string(), command});
+        const auto result = fexo::test::ChildProcess::run(alone, {"--app-groups", directory.path().string(), command});
         EXPECT_EQ(result.exitCode, 1) << command;
         EXPECT_EQ(result.standardOutput, "") << command;
         EXPECT_EQ(result.standardError,

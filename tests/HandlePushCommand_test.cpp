@@ -1,7 +1,6 @@
 // `fexo handle-push` as the extension process, `fexo list` as the app process, and a server in
 // a third: the road of one push across processes, and exactly one delivered content per push
 // whatever the server does.
-#include <support/DevelopmentServerProcess.hpp>
 #include <support/LoopbackServer.hpp>
 #include <support/ToolSandbox.hpp>
 
@@ -18,7 +17,6 @@
 
 namespace {
 
-using fexo::test::DevelopmentServerProcess;
 using fexo::test::LoopbackServer;
 using fexo::test::outputLines;
 using fexo::test::ProcessResult;
@@ -76,9 +74,8 @@ json pushWithAlert(const std::string& title, const std::string& body)
 
 TEST_F(HandlePushCommand, TheServersRecordIsShownAndStoredForTheAppAtOnce)
 {
-    DevelopmentServerProcess server(FEXO_TOOL_PATH, sandbox.values());
-    sandbox.configure(server.baseURL());
-    const json push = server.queueNotification("recipient-1", "Your parcel is on its way", "FeXO Post");
+    sandbox.serve();
+    const json push = sandbox.queueNotification("recipient-1", "Your parcel is on its way", "FeXO Post");
     EXPECT_EQ(push["recipientId"], "recipient-1");
 
     const double before = fexo::Date::now().timeIntervalSinceReferenceDate();

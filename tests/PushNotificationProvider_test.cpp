@@ -75,12 +75,7 @@ protected:
         configure(server.baseURL());
     }
 
-    void configure(const std::string& baseURL)
-    {
-        fexo::test::ConfigurationValues values;
-        values.baseURL = baseURL;
-        fexo::test::installConfiguration(directory.path(), values);
-    }
+    void configure(const std::string& baseURL) { fexo::test::installConfiguration(directory.path(), baseURL); }
 
     void answer(int status, std::string body)
     {

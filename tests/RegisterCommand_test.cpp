@@ -1,6 +1,5 @@
 // `fexo register` as the host app's process: what it sends, and how the outcome becomes its
 // exit status (0 accepted, 2 refused by the server, 1 no usable answer).
-#include <support/DevelopmentServerProcess.hpp>
 #include <support/LoopbackServer.hpp>
 #include <support/ToolSandbox.hpp>
 
@@ -10,7 +9,6 @@
 
 namespace {
 
-using fexo::test::DevelopmentServerProcess;
 using fexo::test::LoopbackServer;
 using fexo::test::ToolSandbox;
 using nlohmann::json;
@@ -22,14 +20,13 @@ const std::vector<std::string> registration{"register", "--token", "token-1", "-
 TEST(RegisterCommand, TheDevelopmentServerAcceptsAndKeepsTheRegistration)
 {
     ToolSandbox sandbox(FEXO_TOOL_PATH);
-    DevelopmentServerProcess server(FEXO_TOOL_PATH, sandbox.values());
-    sandbox.configure(server.baseURL());
+    sandbox.serve();
 
     const auto result = sandbox.run(registration);
     EXPECT_EQ(result.exitCode, 0) << result.standardError;
     EXPECT_EQ(result.standardOutput, "{}\n");
 
-    const json kept = server.registrations();
+    const json kept = sandbox.registrations();
     ASSERT_EQ(kept.size(), 1u) << kept;
     EXPECT_EQ(kept[0]["deviceId"], "device-1");
     EXPECT_EQ(kept[0]["registrationId"], "token-1");

@@ -134,18 +134,15 @@ TEST(ResponseFastDecoding, NumbersAtTheEdgesOfTheirRangeEndAsWithTheFullDecoder)
 {
     for (const std::string json : {
              R"({"errorCode":9223372036854775808})",
-             R"({"errorCode":-9223372036854775809})",
              R"({"errorCode":18446744073709551616})",
              R"({"errorCode":9.2233720368547758e18})",
              R"({"errorCode":-9.2233720368547758e18})",
              R"({"errorCode":1e19})",
              R"({"errorCode":-0.0})",
-             R"({"createdAt":-0})",
              R"({"createdAt":-0.0})",
              R"({"createdAt":-0e5})",
              R"({"createdAt":1e400})",
              R"({"createdAt":-1e400})",
-             R"({"createdAt":1e-400})",
              R"({"createdAt":123456789012345678901234567890})",
              R"({"createdAt":01})",
              R"({"createdAt":1.})",

@@ -5,7 +5,6 @@
 #include <support/ChildProcess.hpp>
 #include <support/Configuration.hpp>
 #include <support/LoopbackServer.hpp>
-#include <support/Process.hpp>
 #include <support/TemporaryDirectory.hpp>
 
 #include <gtest/gtest.h>
@@ -67,7 +66,7 @@ protected:
         options.environment["FEXO_APP_GROUPS_DIR"] = groups.string();
         options.standardInput = input;
         options.timeLimit = std::chrono::seconds(60);
-        ProcessResult result = fexo::test::runProcess(FEXO_TOOL_PATH, arguments, options);
+        ProcessResult result = fexo::test::ChildProcess::run(FEXO_TOOL_PATH, arguments, options);
         std::string command;
         for (const auto& argument : arguments) command += " " + argument;
         ++commandsRun;
@@ -91,10 +90,9 @@ protected:
         std::vector<std::string> arguments{"-c", "exec \"$0\" \"$@\" 2>\"$FEXO_SERVE_ERRORS\"", FEXO_TOOL_PATH,
                                            "--resources", serverResources.string(), "serve", "--port", "0"};
         arguments.insert(arguments.end(), extra.begin(), extra.end());
-        ::setenv("FEXO_SERVE_ERRORS", errors.c_str(), 1);
-        auto child = std::make_unique<fexo::test::ChildProcess>("/bin/sh", arguments);
-        ::unsetenv("FEXO_SERVE_ERRORS");
-        return child;
+        fexo::test::ProcessOptions options;
+        options.environment["FEXO_SERVE_ERRORS"] = errors.string();
+        return std::make_unique<fexo::test::ChildProcess>("/bin/sh", arguments, options);
     }
 
     std::string contents(const std::filesystem::path& file)

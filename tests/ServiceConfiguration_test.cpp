@@ -3,7 +3,6 @@
 #include <FeXOPlatform/NSException.hpp>
 
 #include <support/Configuration.hpp>
-#include <support/Process.hpp>
 #include <support/TemporaryDirectory.hpp>
 
 #include <gtest/gtest.h>
@@ -20,14 +19,9 @@ using fexo::test::TemporaryDirectory;
 const std::string fileReason =
     " FeXO notifications framework could not find a valid FeXOService-Info.plist in your project.";
 
-// Writes the configuration file with Python's plistlib, so that the reader is tested against
-// files it did not write itself. `dictionary` is a Python expression.
 void writeWithPython(const std::filesystem::path& directory, const std::string& dictionary, bool binary)
 {
-    const std::string script = "import plistlib,sys\nplistlib.dump(" + dictionary + ", open(sys.argv[1], 'wb'), fmt=plistlib." +
-                               (binary ? "FMT_BINARY" : "FMT_XML") + ")\n";
-    const auto result = fexo::test::runProcess("/usr/bin/python3", {"-c", script, (directory / "FeXOService-Info.plist").string()});
-    ASSERT_EQ(result.exitCode, 0) << result.standardError;
+    fexo::test::writeConfigurationWithPython(directory, dictionary, binary);
     fexo::Bundle::main().setResourcesDirectory(directory);
     fexo::resetSharedConfigurationForTesting();
 }

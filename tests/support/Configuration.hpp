@@ -22,5 +22,12 @@ struct ConfigurationValues {
 // any configuration loaded before, so the next use loads this file.
 void installConfiguration(const std::filesystem::path& directory, const ConfigurationValues& values,
                           PropertyList::Format format = PropertyList::Format::xml);
+// The same with every value valid and `baseURL` for the base URL.
+void installConfiguration(const std::filesystem::path& directory, const std::string& baseURL);
+
+// Writes "FeXOService-Info.plist" into `directory` with Python's plistlib, so that the reader
+// is tested against files it did not write itself; `dictionary` is a Python expression. Throws
+// std::runtime_error when Python fails. Points nothing at the file.
+void writeConfigurationWithPython(const std::filesystem::path& directory, const std::string& dictionary, bool binary);
 
 } // namespace fexo::test

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <support/Configuration.hpp>
-#include <support/Process.hpp>
+#include <support/ChildProcess.hpp>
 #include <support/TemporaryDirectory.hpp>
 
 #include <FeXOPlatform/UserDefaults.hpp>
+
+#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <filesystem>
@@ -22,12 +24,24 @@ class ToolSandbox {
 public:
     // `tool` is the fexo executable to run.
     explicit ToolSandbox(std::filesystem::path tool);
+    ~ToolSandbox();
     ToolSandbox(const ToolSandbox&) = delete;
     ToolSandbox& operator=(const ToolSandbox&) = delete;
 
     // Writes the configuration file with `baseURL` and the other values kept by the sandbox.
     void configure(const std::string& baseURL);
     const ConfigurationValues& values() const { return values_; }
+
+    // Starts `fexo serve` on 127.0.0.1 at a free port, accepting the sandbox's client id and
+    // secret, and configures the sandbox with its base URL. Returns once the server has printed
+    // that URL; throws std::runtime_error when it does not within ten seconds. The server is
+    // stopped with SIGTERM when the sandbox goes.
+    void serve();
+    // Queues a notification at the served server for `recipientId`; the push user-info it answers with.
+    nlohmann::json queueNotification(const std::string& recipientId, const std::string& text,
+                                     const std::string& sender) const;
+    // The registration bodies the served server kept, oldest first.
+    nlohmann::json registrations() const;
 
     // Runs `fexo` with `arguments` to its end (killed after `limit`) with `standardInput`.
     ProcessResult run(const std::vector<std::string>& arguments, const std::string& standardInput = "",
@@ -40,6 +54,7 @@ private:
     std::filesystem::path tool_;
     TemporaryDirectory directory_;
     ConfigurationValues values_;
+    std::unique_ptr<ChildProcess> server_;
 };
 
 // The lines of a process's standard output, without their line feeds.
