@@ -283,8 +283,7 @@ private:
         }
         raw->touch(); // the idle clock runs from here, also while the transfer waits for a slot
         raw->origin = originOf(raw->request.url().absoluteString());
-        auto& slots = admitted_[raw->origin];
-        if (slots < static_cast<std::size_t>(std::max(1L, configuration_.maximumConnectionsPerHost))) {
+        if (admitted_[raw->origin] < slotsPerOrigin_) {
             admit(raw);
         } else {
             waiting_[raw->origin].push_back(raw);
@@ -516,6 +515,7 @@ private:
     CURLM* multi_ = nullptr;
     std::atomic<std::uint64_t> connections_{0};
     // Session thread only: transfers in curl per origin, and those waiting for a slot, in order.
+    const std::size_t slotsPerOrigin_ = static_cast<std::size_t>(std::max(1L, configuration_.maximumConnectionsPerHost));
     std::unordered_map<std::string, std::size_t> admitted_;
     std::unordered_map<std::string, std::deque<Transfer*>> waiting_;
     bool stoppingThread_ = false;

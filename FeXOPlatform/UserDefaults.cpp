@@ -409,9 +409,7 @@ std::shared_ptr<UserDefaults> UserDefaults::open(std::string_view suiteName)
     // The page cache is bounded to 512 KiB: an extension process lives with little memory, its
     // work is a few point reads and writes, and the whole-store scans of the app read pages in
     // order, which the system's file cache serves as well.
-    if (!execute(database.get(), "PRAGMA journal_size_limit = 4194304") || !execute(database.get(), "PRAGMA cache_size = -512")) {
-        return nullptr;
-    }
+    if (!execute(database.get(), "PRAGMA journal_size_limit = 4194304; PRAGMA cache_size = -512")) return nullptr;
     auto connection = std::make_unique<Connection>();
     connection->database = database.release();
     return std::shared_ptr<UserDefaults>(new UserDefaults(std::string(suiteName), databasePath, std::move(connection)));

@@ -68,6 +68,19 @@ std::size_t appendBody(char* data, std::size_t size, std::size_t count, void* bo
     return size * count;
 }
 
+// A bare POST of `body` to `url` whose answer is appended to `answer`; curl copies the URL but
+// not the body, which must outlive the transfer.
+void setUpPost(CURL* easy, const std::string& url, curl_slist* headers, const std::string& body, std::string& answer)
+{
+    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.c_str());
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, appendBody);
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, &answer);
+}
+
 curl_slist* requestHeaders()
 {
     curl_slist* headers = nullptr;
@@ -90,14 +103,7 @@ struct BarePush {
     BarePush()
     {
         check(!requestBody.empty(), "the project's request body was not seen");
-        const std::string url = server->baseURL() + contentPath;
-        curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-        curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-        curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDS, requestBody.c_str());
-        curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(requestBody.size()));
-        curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, appendBody);
-        curl_easy_setopt(easy, CURLOPT_WRITEDATA, &answer);
+        setUpPost(easy, server->baseURL() + contentPath, headers, requestBody, answer);
         const auto path = workDirectory / "bare-push.sqlite";
         check(sqlite3_open(path.c_str(), &database) == SQLITE_OK, "open");
         sqlite3_busy_timeout(database, 5000);
@@ -187,13 +193,7 @@ void bareRegistrations(benchmark::State& state)
         std::vector<std::string> answers(registrations);
         for (int i = 0; i < registrations; ++i) {
             CURL* easy = curl_easy_init();
-            curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-            curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-            curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
-            curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.c_str());
-            curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-            curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, appendBody);
-            curl_easy_setopt(easy, CURLOPT_WRITEDATA, &answers[static_cast<std::size_t>(i)]);
+            setUpPost(easy, url, headers, body, answers[static_cast<std::size_t>(i)]);
             curl_multi_add_handle(multi, easy);
         }
         int running = 1;
