@@ -38,10 +38,7 @@ struct Delivery {
 
 void deliver(const std::string& title, const std::string& body, bool rewritten)
 {
-    nlohmann::ordered_json line;
-    line["title"] = title;
-    line["body"] = body;
-    line["rewritten"] = rewritten;
+    const nlohmann::ordered_json line = {{"title", title}, {"body", body}, {"rewritten", rewritten}};
     std::cout << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << std::endl;
 }
 
