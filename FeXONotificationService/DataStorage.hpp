@@ -12,7 +12,7 @@ namespace fexo {
 // Whole records stored as JSON bytes under string keys of the app group's shared store. Key
 // naming belongs to the caller. No operation reports an error: a store that cannot be opened or
 // written, or a record that cannot be encoded or decoded, ends the process.
-class DataStorage {
+class FEXO_EXPORT DataStorage {
 public:
     virtual ~DataStorage();
 

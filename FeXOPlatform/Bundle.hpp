@@ -1,5 +1,7 @@
 #pragma once
 
+#include <FeXOPlatform/Export.hpp>
+
 #include <filesystem>
 #include <mutex>
 #include <optional>
@@ -10,7 +12,7 @@ namespace fexo {
 // The application's resources. Resources are looked up in one directory: the one set in code
 // with setResourcesDirectory(), else $FEXO_RESOURCES_DIR, else the directory of the running
 // executable. Thread-safe.
-class Bundle {
+class FEXO_EXPORT Bundle {
 public:
     static Bundle& main();
 

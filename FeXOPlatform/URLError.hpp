@@ -51,8 +51,8 @@ public:
     const std::optional<std::string>& failingURL() const { return failingURL_; }
 
     std::string localizedDescription() const override;
-    // Error Domain=NSURLErrorDomain Code=<code> "<description>" UserInfo={NSErrorFailingURLStringKey=<url>,
-    // NSLocalizedDescription=<description>}; the URL entry is left out when there is none.
+    // `Error Domain=NSURLErrorDomain Code=<code> "<description>" UserInfo={NSErrorFailingURLStringKey=<url>,`
+    // `NSLocalizedDescription=<description>}`; the URL entry is left out when there is none.
     std::string description() const override;
 
 private:

@@ -14,7 +14,7 @@ namespace fexo {
 using HTTPHeaderFields = std::vector<std::pair<std::string, std::string>>;
 
 // Header field names compare without regard to ASCII case.
-bool headerNamesEqual(const std::string& a, const std::string& b);
+FEXO_EXPORT bool headerNamesEqual(const std::string& a, const std::string& b);
 
 // A value describing one HTTP request: URL, method, header fields, body, cache policy and
 // idle timeout. Building it does nothing on the network.

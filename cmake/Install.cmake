@@ -1,10 +1,9 @@
 include(CMakePackageConfigHelpers)
 
-# Public headers and what they include are installed under the same paths as in the tree.
-foreach(header IN LISTS FEXO_HEADERS)
-  file(RELATIVE_PATH rel ${PROJECT_SOURCE_DIR} ${header})
-  get_filename_component(dir ${rel} DIRECTORY)
-  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${dir})
+# Only the public headers, under the same paths as in the tree.
+foreach(header IN LISTS FEXO_PUBLIC_HEADERS)
+  get_filename_component(dir ${header} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${dir})
 endforeach()
 
 install(TARGETS FeXONotificationService EXPORT FeXONotificationServiceTargets
@@ -29,6 +28,9 @@ install(FILES
   ${PROJECT_BINARY_DIR}/FeXONotificationServiceConfigVersion.cmake
   DESTINATION ${FEXO_CMAKE_DIR})
 
+# Relative to the file's own place, so that the installed tree can be moved.
+file(RELATIVE_PATH FEXO_PC_PREFIX_FROM_PCDIR /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" FEXO_PC_PREFIX_FROM_PCDIR "${FEXO_PC_PREFIX_FROM_PCDIR}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/FeXONotificationService.pc.in
   ${PROJECT_BINARY_DIR}/FeXONotificationService.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/FeXONotificationService.pc
