@@ -1,4 +1,4 @@
-#include <fexo/Commands.hpp>
+#include <common/ToolOptions.hpp>
 
 #include <FeXOPlatform/Bundle.hpp>
 
