@@ -65,16 +65,6 @@ TEST_F(HandlePushCommand, TheServersRecordIsShownAndStoredForTheAppAtOnce)
     EXPECT_EQ(stored()[0].value("errorMessage", ""), "Notification not found");
 }
 
-TEST_F(HandlePushCommand, ATransportFailureDeliversTheOriginalOnceAfterTheLibrarysLine)
-{
-    sandbox.configure("http://127.0.0.1:" + std::to_string(fexo::test::unusedLoopbackPort()));
-    const auto result = handlePush(push);
-    EXPECT_EQ(result.exitCode, 3) << result.standardError;
-    EXPECT_EQ(delivered(result), original);
-    EXPECT_NE(result.standardOutput.find("Notifications Content ErrorCould not connect to the server.\n"), std::string::npos);
-    EXPECT_EQ(stored(), json::array());
-}
-
 TEST_F(HandlePushCommand, AServerThatNeverAnswersGetsTheOriginalDeliveredAtTheTimeLimit)
 {
     auto arrived = std::make_shared<std::promise<void>>();

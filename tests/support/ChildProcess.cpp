@@ -11,6 +11,7 @@
 #include <cstring>
 #include <future>
 #include <stdexcept>
+#include <utility>
 
 extern char** environ;
 
@@ -18,32 +19,21 @@ namespace fexo::test {
 
 namespace {
 
-// Starts the program with the three descriptors as its standard input, output and error.
-pid_t spawn(const std::filesystem::path& program, std::vector<std::string> words,
-            const std::map<std::string, std::string>& changes, int input, int output, int errors)
+// Starts the program with this process's environment and the three descriptors as its
+// standard input, output and error.
+pid_t spawn(const std::filesystem::path& program, std::vector<std::string> words, int input, int output, int errors)
 {
-    std::map<std::string, std::string> variables;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string text(*entry);
-        variables[text.substr(0, text.find('='))] = text.substr(text.find('=') + 1);
-    }
-    for (const auto& [name, value] : changes) value.empty() ? void(variables.erase(name)) : void(variables[name] = value);
-    std::vector<std::string> environment;
-    for (const auto& [name, value] : variables) environment.push_back(name + "=" + value);
     words.insert(words.begin(), program.string());
-    std::vector<char*> argv, envp;
+    std::vector<char*> argv;
     for (auto& word : words) argv.push_back(word.data());
-    for (auto& entry : environment) envp.push_back(entry.data());
     argv.push_back(nullptr);
-    envp.push_back(nullptr);
-
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
     pid_t pid = 0;
-    const int status = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    const int status = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     if (status != 0) throw std::runtime_error("cannot start " + program.string() + ": " + std::strerror(status));
     return pid;
@@ -75,15 +65,14 @@ std::string contentOf(int fd)
 
 } // namespace
 
-ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                           const ProcessOptions& options)
+ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments)
 {
     int out[2];
     const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     if (nothing < 0 || ::pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("cannot make the child's pipe");
     output_ = out[0];
     try {
-        pid_ = spawn(program, arguments, options.environment, nothing, out[1], nothing);
+        pid_ = spawn(program, arguments, nothing, out[1], nothing);
     } catch (...) {
         ::close(nothing), ::close(out[1]), ::close(output_);
         throw;
@@ -107,7 +96,7 @@ ProcessResult ChildProcess::run(const std::filesystem::path& program, const std:
     if (::pwrite(input, options.standardInput.data(), options.standardInput.size(), 0) != size) {
         throw std::runtime_error("cannot write the child's standard input");
     }
-    const pid_t pid = spawn(program, arguments, options.environment, input, output, errors);
+    const pid_t pid = spawn(program, arguments, input, output, errors);
     ::close(input);
     const auto [status, ended] = waitFor(pid, options.timeLimit);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(output), contentOf(errors), !ended};

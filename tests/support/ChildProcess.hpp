@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -17,21 +16,18 @@ struct ProcessResult {
 };
 
 struct ProcessOptions {
-    std::string standardInput; // run() only; a started child reads an empty input
-    // Added to (or replacing entries of) this process's environment; an empty value unsets.
-    std::map<std::string, std::string> environment;
-    std::chrono::milliseconds timeLimit{60000}; // run() only
+    std::string standardInput;
+    std::chrono::milliseconds timeLimit{60000};
 };
 
-// A program run as a child process. A started child has its standard output on a pipe to this
+// A program run as a child process, with this process's environment. A started child has its standard output on a pipe to this
 // process and its standard error discarded, so that it never blocks on a pipe nobody reads.
 // Destroying a child that still runs kills it (SIGKILL).
 class ChildProcess {
 public:
     // Starts `program` with `arguments` (not including the program itself). Throws
     // std::runtime_error when it cannot be started.
-    ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                 const ProcessOptions& options = {});
+    ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;

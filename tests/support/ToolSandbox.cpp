@@ -62,7 +62,7 @@ nlohmann::json ToolSandbox::registrations() const
 ProcessResult ToolSandbox::run(const std::vector<std::string>& arguments, const std::string& standardInput,
                                std::chrono::milliseconds limit) const
 {
-    return ChildProcess::run(tool_, arguments, {standardInput, {}, limit});
+    return ChildProcess::run(tool_, arguments, {standardInput, limit});
 }
 
 std::vector<std::string> outputLines(const std::string& output)
