@@ -1,6 +1,5 @@
 // The fexo tool as a whole: every command explains itself, serve and demo are handed over to
 // fexo-devserver with their options, and the demo runs end to end.
-#include <support/TemporaryDirectory.hpp>
 #include <support/ToolSandbox.hpp>
 
 #include <fexo/DevelopmentServerHandOff.hpp>
@@ -28,18 +27,6 @@ TEST(FexoTool, EveryCommandExplainsItselfAndUsageErrorsExitOne)
     for (const auto& arguments : std::vector<std::vector<std::string>>{{"config"}, {"no-such"}, {"serve", "--port", "70000"}}) {
         EXPECT_EQ(sandbox.run(arguments).exitCode, 1) << arguments[0];
     }
-}
-
-TEST(FexoTool, WithoutTheSiblingServeFailsWithOneLine)
-{
-    fexo::test::TemporaryDirectory directory;
-    const auto alone = directory.path() / "fexo";
-    std::filesystem::copy_file(FEXO_TOOL_PATH, alone);
-    const auto result = fexo::test::ChildProcess::run(alone, {"--app-groups", directory.path().string(), "demo"});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_EQ(result.standardOutput, "");
-    EXPECT_EQ(result.standardError,
-              "fexo: cannot run " + (directory.path() / "fexo-devserver").string() + ": No such file or directory\n");
 }
 
 TEST(FexoTool, TheCommandIsTheFirstArgumentThatIsNoOptionNorItsValue)

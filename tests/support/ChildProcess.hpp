@@ -9,15 +9,9 @@
 namespace fexo::test {
 
 struct ProcessResult {
-    int exitCode = -1;     // the exit status, or -1 when a signal ended the process
+    int exitCode = -1; // the exit status, or -1 when a signal ended the process (or the time limit)
     std::string standardOutput;
     std::string standardError;
-    bool timedOut = false; // killed with SIGKILL when the time limit passed
-};
-
-struct ProcessOptions {
-    std::string standardInput;
-    std::chrono::milliseconds timeLimit{60000};
 };
 
 // A program run as a child process, with this process's environment. A started child has its standard output on a pipe to this
@@ -32,10 +26,10 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    // Runs `program` to its end with the given standard input, collecting both outputs; killed
-    // when the time limit passes.
+    // Runs `program` to its end with `standardInput`, collecting both outputs; killed with
+    // SIGKILL after a minute.
     static ProcessResult run(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                             const ProcessOptions& options = {});
+                             const std::string& standardInput = "");
 
     // The next line of standard output without its line feed; what was read so far when the
     // output ends or no byte arrives within `limit`.

@@ -59,10 +59,9 @@ nlohmann::json ToolSandbox::registrations() const
     return ask(values_, "/dev/registrations");
 }
 
-ProcessResult ToolSandbox::run(const std::vector<std::string>& arguments, const std::string& standardInput,
-                               std::chrono::milliseconds limit) const
+ProcessResult ToolSandbox::run(const std::vector<std::string>& arguments, const std::string& standardInput) const
 {
-    return ChildProcess::run(tool_, arguments, {standardInput, limit});
+    return ChildProcess::run(tool_, arguments, standardInput);
 }
 
 std::vector<std::string> outputLines(const std::string& output)
