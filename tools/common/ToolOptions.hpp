@@ -21,7 +21,8 @@ struct ToolOptions {
 void addToolOptions(CLI::App& app, ToolOptions& options);
 
 // Parses the arguments, which runs the chosen command, and gives the process's exit status:
-// the command's `exitCode`, 0 for --help, 1 for a usage error (explained on standard error).
+// the command's `exitCode`, 0 for --help, 1 for a usage error or an exception the library
+// raised (either explained in one line on standard error).
 int parseAndRun(CLI::App& app, int argc, char** argv, const int& exitCode);
 
 } // namespace fexo::tool
