@@ -105,6 +105,8 @@ TEST_F(HandlePushCommand, RefusesWhatIsNoPushOrTooLargeWithOneLine)
         EXPECT_NE(result.standardError.find(error), std::string::npos) << result.standardError;
         EXPECT_TRUE(exitCode != 1 || result.standardOutput.empty()) << error;
     }
+    std::filesystem::remove(sandbox.resources() / "FeXOService-Info.plist"); // the library raises: one line, exit 1
+    EXPECT_EQ(handlePush(push).standardError.rfind("fexo: NSGenericException:  FeXO notifications framework", 0), 0u);
 }
 
 } // namespace
