@@ -1,64 +1,63 @@
-#include <support/ChildProcess.hpp>
-#include <support/Configuration.hpp>
-#include <support/TemporaryDirectory.hpp>
+// `fexo config check`: the configuration as the library loads it, told without raising, and
+// shown so that neither the secret nor a value's control characters reach the terminal.
+#include <support/ToolSandbox.hpp>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using fexo::test::ChildProcess;
-using fexo::test::TemporaryDirectory;
-
-fexo::test::ProcessResult configCheck(const std::vector<std::string>& arguments, const std::string& resources = "")
+TEST(ConfigCommand, PrintsTheSettingsFromEitherFormWithTheSecretMaskedAndControlsEscaped)
 {
-    fexo::test::ProcessOptions options;
-    options.environment["FEXO_RESOURCES_DIR"] = resources;
-    return ChildProcess::run(FEXO_TOOL_PATH, arguments, options);
-}
-
-TEST(ConfigCommand, PrintsTheSettingsWithTheSecretMaskedFromEitherForm)
-{
+    fexo::test::ToolSandbox sandbox(FEXO_TOOL_PATH);
     for (bool binary : {false, true}) {
-        TemporaryDirectory directory;
-        fexo::test::writeConfigurationWithPython(directory.path(),
-                        "{'FEXO_BASE_URL': 'http://127.0.0.1:8080/', 'CLIENT_SECRET': 'very-secret-value-9876', "
-                        "'CLIENT_ID': 'app', 'APP_GROUP': 'group.a', 'BUNDLE_ID': 'com.a'}",
-                        binary);
-        for (const auto& arguments : {std::vector<std::string>{"config", "check", "--resources", directory.path()},
-                                      std::vector<std::string>{"--resources", directory.path(), "config", "check"}}) {
-            const auto result = configCheck(arguments);
-            EXPECT_EQ(result.exitCode, 0) << result.standardError;
-            EXPECT_EQ(result.standardOutput, "FEXO_BASE_URL=http://127.0.0.1:8080/\nCLIENT_SECRET=****9876\n"
-                                             "CLIENT_ID=app\nAPP_GROUP=group.a\nBUNDLE_ID=com.a\n");
-            EXPECT_EQ(result.standardError.find("very-secret"), std::string::npos);
-        }
-        // The environment serves when no option is given.
-        EXPECT_EQ(configCheck({"config", "check"}, directory.path()).exitCode, 0);
+        // XML cannot carry most control characters; the binary form can.
+        const std::string group = binary ? "\\x1b]0;title\\x07" : "\\t";
+        fexo::test::writeConfigurationWithPython(sandbox.resources(),
+            "{'FEXO_BASE_URL': 'http://127.0.0.1:8080/', 'CLIENT_SECRET': 'very-secret-value-9876', "
+            "'CLIENT_ID': 'app\\nCLIENT_ID=forged', 'APP_GROUP': 'g" + group + "', 'BUNDLE_ID': 'com.\\u00e9'}", binary);
+        const auto result = sandbox.run({"config", "check"});
+        EXPECT_EQ(result.exitCode, 0) << result.standardError;
+        EXPECT_EQ(result.standardOutput, "FEXO_BASE_URL=http://127.0.0.1:8080/\nCLIENT_SECRET=****9876\nCLIENT_ID=app\\nCLIENT_ID="
+                                         "forged\nAPP_GROUP=g" + std::string(binary ? "\\x1B]0;title\\x07" : "\\t") +
+                                         "\nBUNDLE_ID=com.\u00e9\n");
+        EXPECT_EQ(result.standardError, "");
     }
 }
 
-TEST(ConfigCommand, ReportsTheLibrarysExceptionExactly)
+TEST(ConfigCommand, ReportsTheExceptionTheLibraryWouldRaise)
 {
-    TemporaryDirectory directory;
-    auto result = configCheck({"config", "check", "--resources", directory.path()});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_EQ(result.standardError,
-              "fexo: NSGenericException:  FeXO notifications framework could not find a valid FeXOService-Info.plist in your project.\n");
-
-    fexo::test::writeConfigurationWithPython(directory.path(), "{'FEXO_BASE_URL': 'u', 'CLIENT_SECRET': 's', 'CLIENT_ID': 5, 'BUNDLE_ID': ''}", true);
-    result = configCheck({"config", "check", "--resources", directory.path()});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_EQ(result.standardError, "fexo: NSObjectNotAvailableException: CLIENT_ID is not found in FeXOService-Info.plist\n");
-    EXPECT_EQ(result.standardOutput, "");
+    const std::string noFile = "NSGenericException:  FeXO notifications framework could not find a valid FeXOService-Info.plist in your project.";
+    const std::pair<const char*, std::string> cases[] = {
+        {nullptr, noFile},
+        {"[1]", noFile},
+        {"{'FEXO_BASE_URL': 'u', 'CLIENT_SECRET': 's', 'CLIENT_ID': 5, 'BUNDLE_ID': ''}", "NSObjectNotAvailableException: CLIENT_ID is not found in FeXOService-Info.plist"},
+        {"{'FEXO_BASE_URL': ' ', 'CLIENT_SECRET': 's', 'CLIENT_ID': 'c', 'APP_GROUP': 'g', 'BUNDLE_ID': ''}", "NSObjectNotAvailableException: BUNDLE_ID is not found in FeXOService-Info.plist"},
+    };
+    for (const auto& [dictionary, message] : cases) {
+        fexo::test::ToolSandbox sandbox(FEXO_TOOL_PATH);
+        if (dictionary) fexo::test::writeConfigurationWithPython(sandbox.resources(), dictionary, true);
+        const auto result = sandbox.run({"--resources", sandbox.resources(), "config", "check"});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(result.standardError, "fexo: " + message + "\n");
+        EXPECT_EQ(result.standardOutput, "");
+    }
 }
 
-TEST(ConfigCommand, UsageErrorsExitOne)
+TEST(ConfigCommand, WarnsWhenTheSecretWouldTravelInClear)
 {
-    EXPECT_EQ(configCheck({"config"}).exitCode, 1);
-    EXPECT_EQ(configCheck({"no-such-command"}).exitCode, 1);
-    const auto help = configCheck({"config", "check", "--help"});
-    EXPECT_EQ(help.exitCode, 0);
-    EXPECT_NE(help.standardOutput.find("FeXOService-Info.plist"), std::string::npos);
+    fexo::test::ToolSandbox sandbox(FEXO_TOOL_PATH);
+    const std::pair<const char*, bool> cases[] = {
+        {"http://example.com/", true}, {"HTTP://10.0.0.1:8080", true}, {"http://[::ffff:10.0.0.1]", true},
+        {"http://127.0.0.2:8080/", false}, {"http://localhost", false}, {"http://[::1]:80", false},
+        {"https://example.com", false}, {"not a url", false},
+    };
+    for (const auto& [baseURL, warned] : cases) {
+        sandbox.configure(baseURL);
+        const auto result = sandbox.run({"config", "check"});
+        EXPECT_EQ(result.exitCode, 0) << baseURL;
+        EXPECT_EQ(result.standardError.find("not a loopback address: the client secret would travel in clear") != std::string::npos, warned)
+            << baseURL << result.standardError;
+    }
 }
 
 } // namespace

@@ -2,8 +2,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <map>
-#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -11,39 +9,27 @@
 namespace fexo::test {
 
 struct ProcessResult {
-    int exitCode = -1;     // the exit status, or -1 when the process was killed by a signal
-    int signal = 0;        // the signal that ended it, else 0
+    int exitCode = -1; // the exit status, or -1 when a signal ended the process (or the time limit)
     std::string standardOutput;
     std::string standardError;
-    bool timedOut = false; // killed with SIGKILL when the time limit passed
 };
 
-struct ProcessOptions {
-    std::string standardInput; // fed by run() only; a started child gets an empty input
-    // Added to (or replacing entries of) this process's environment; an empty value unsets.
-    std::map<std::string, std::string> environment;
-    std::optional<std::filesystem::path> workingDirectory;
-    std::chrono::milliseconds timeLimit{60000}; // run() only
-};
-
-// A program run as a child process with its standard output on a pipe to this process.
-// A child started by the constructor has its standard error discarded, so that a long-running
-// child never blocks on a full pipe nobody reads; run() collects both outputs to the end.
+// A program run as a child process, with this process's environment. A started child has its standard output on a pipe to this
+// process and its standard error discarded, so that it never blocks on a pipe nobody reads.
 // Destroying a child that still runs kills it (SIGKILL).
 class ChildProcess {
 public:
     // Starts `program` with `arguments` (not including the program itself). Throws
     // std::runtime_error when it cannot be started.
-    ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                 const ProcessOptions& options = {});
+    ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    // Runs `program` to its end, feeding standard input and collecting both outputs. The
-    // process is killed when the time limit passes.
+    // Runs `program` to its end with `standardInput`, collecting both outputs; killed with
+    // SIGKILL after a minute.
     static ProcessResult run(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                             const ProcessOptions& options = {});
+                             const std::string& standardInput = "");
 
     // The next line of standard output without its line feed; what was read so far when the
     // output ends or no byte arrives within `limit`.
@@ -55,13 +41,8 @@ public:
     int stop(int signal, std::chrono::milliseconds limit = std::chrono::seconds(10));
 
 private:
-    ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
-                 const ProcessOptions& options, bool collectErrors);
-
     pid_t pid_ = 0;
-    int input_ = -1;  // write end of standard input; open only for run()
     int output_ = -1;
-    int errors_ = -1; // read end of standard error; open only for run()
 };
 
 } // namespace fexo::test

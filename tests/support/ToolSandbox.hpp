@@ -4,11 +4,8 @@
 #include <support/ChildProcess.hpp>
 #include <support/TemporaryDirectory.hpp>
 
-#include <FeXOPlatform/UserDefaults.hpp>
-
 #include <nlohmann/json.hpp>
 
-#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -18,8 +15,8 @@ namespace fexo::test {
 
 // A place to run the fexo tool as separate processes: a temporary resources directory that
 // holds the configuration file and a temporary app-group root. Construction points
-// FEXO_RESOURCES_DIR and FEXO_APP_GROUPS_DIR of this process at them, so every tool run and
-// store() see the same files; make the sandbox before starting any thread in the test.
+// FEXO_RESOURCES_DIR and FEXO_APP_GROUPS_DIR of this process at them, so every tool run sees
+// the same files; make the sandbox before starting any thread in the test.
 class ToolSandbox {
 public:
     // `tool` is the fexo executable to run.
@@ -31,6 +28,8 @@ public:
     // Writes the configuration file with `baseURL` and the other values kept by the sandbox.
     void configure(const std::string& baseURL);
     const ConfigurationValues& values() const { return values_; }
+    // Where the configuration file is.
+    std::filesystem::path resources() const { return directory_.path() / "resources"; }
 
     // Starts `fexo serve` on 127.0.0.1 at a free port, accepting the sandbox's client id and
     // secret, and configures the sandbox with its base URL. Returns once the server has printed
@@ -43,12 +42,8 @@ public:
     // The registration bodies the served server kept, oldest first.
     nlohmann::json registrations() const;
 
-    // Runs `fexo` with `arguments` to its end (killed after `limit`) with `standardInput`.
-    ProcessResult run(const std::vector<std::string>& arguments, const std::string& standardInput = "",
-                      std::chrono::milliseconds limit = std::chrono::seconds(30)) const;
-
-    // The configured app group's store, opened in this process.
-    std::shared_ptr<UserDefaults> store() const;
+    // Runs `fexo` with `arguments` and `standardInput` to its end (killed after a minute).
+    ProcessResult run(const std::vector<std::string>& arguments, const std::string& standardInput = "") const;
 
 private:
     std::filesystem::path tool_;

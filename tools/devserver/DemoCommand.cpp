@@ -1,18 +1,20 @@
 #include <devserver/DevelopmentServerCommands.hpp>
+
+#include <common/ExtensionRoad.hpp>
+#include <common/HandedOverCommands.hpp>
+#include <common/TerminalText.hpp>
 #include <devserver/DevelopmentServer.hpp>
-#include <fexo/DevelopmentServerHandOff.hpp>
-#include <fexo/ExtensionRoad.hpp>
 
 #include <FeXONotificationService/FeXOService.hpp>
 #include <FeXOPlatform/Bundle.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
 #include <FeXOPlatform/JSONSerialization.hpp>
-#include <FeXOPlatform/PropertyList.hpp>
 
 #include <httplib.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <iostream>
 
@@ -42,8 +44,7 @@ public:
         server_->start();
         step("Development server listening at " + server_->baseURL());
 
-        writeConfiguration(directory);
-        const auto outcome = registerDevice() && deliverPush() && readBack();
+        const auto outcome = writeConfiguration(directory) && registerDevice() && deliverPush() && readBack();
         server_->stop();
         std::error_code ignored;
         std::filesystem::remove_all(directory, ignored);
@@ -60,20 +61,43 @@ private:
         return pattern;
     }
 
-    void writeConfiguration(const std::filesystem::path& directory)
+    // The five settings as an XML property list. The values are the demo's own, but escaped all
+    // the same, since the base URL names a host.
+    static bool writeConfigurationFile(const std::filesystem::path& file,
+                                       const std::vector<std::pair<std::string, std::string>>& values)
     {
-        const PropertyListValue configuration(PropertyListValue::Dictionary{
-            {"FEXO_BASE_URL", server_->baseURL()},
-            {"CLIENT_SECRET", clientSecret},
-            {"CLIENT_ID", clientId},
-            {"APP_GROUP", "group.com.example.fexo.demo"},
-            {"BUNDLE_ID", "com.example.fexo.demo"},
-        });
-        PropertyList::writeFile(configuration, directory / "FeXOService-Info.plist", PropertyList::Format::xml);
+        const auto escaped = [](const std::string& text) {
+            std::string out;
+            for (char c : text) {
+                out += c == '&' ? "&amp;" : c == '<' ? "&lt;" : c == '>' ? "&gt;" : std::string(1, c);
+            }
+            return out;
+        };
+        std::ofstream out(file);
+        out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+               "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">\n<dict>\n";
+        for (const auto& [key, value] : values) {
+            out << "  <key>" << escaped(key) << "</key>\n  <string>" << escaped(value) << "</string>\n";
+        }
+        out << "</dict>\n</plist>\n";
+        out.close();
+        return static_cast<bool>(out);
+    }
+
+    bool writeConfiguration(const std::filesystem::path& directory)
+    {
+        const auto file = directory / "FeXOService-Info.plist";
+        if (!writeConfigurationFile(file, {{"FEXO_BASE_URL", server_->baseURL()},
+                                           {"CLIENT_SECRET", clientSecret},
+                                           {"CLIENT_ID", clientId},
+                                           {"APP_GROUP", "group.com.example.fexo.demo"},
+                                           {"BUNDLE_ID", "com.example.fexo.demo"}})) {
+            return fail("cannot write " + file.string());
+        }
         Bundle::main().setResourcesDirectory(directory);
         ::setenv("FEXO_APP_GROUPS_DIR", (directory / "app-groups").c_str(), 1);
-        step("Configuration written to " + (directory / "FeXOService-Info.plist").string() +
-             "; app-group store under " + (directory / "app-groups").string());
+        step("Configuration written to " + file.string() + "; app-group store under " + (directory / "app-groups").string());
+        return true;
     }
 
     bool registerDevice()
@@ -106,7 +130,7 @@ private:
         step("The extension handles the push (FeXONotificationExtensionHandler::handleNotification)");
         const auto content = runExtensionRoad(JSONSerialization::jsonObject(queued->body), std::chrono::seconds(30));
         showWire();
-        std::cout << "   delivered: " << deliveredContentJSON(content) << '\n';
+        writeTerminalLine(std::cout, "   delivered: " + deliveredContentJSON(content));
         if (!content.rewritten || content.title != "FeXO Post" || content.body != "Your parcel is on its way") {
             return fail("the content was not rewritten from the server's record");
         }
@@ -118,7 +142,7 @@ private:
         FeXOService service;
         step("The app lists the stored notifications (fetchAllNotifications)");
         auto all = service.fetchAllNotifications().value_or(std::vector<Response>{});
-        for (const auto& record : all) std::cout << "   " << JSONEncoder{}.encode(record) << '\n';
+        for (const auto& record : all) writeTerminalLine(std::cout, "   " + JSONEncoder{}.encode(record));
         if (all.size() != 1 || !all[0].id) return fail("expected one stored record with an id");
         const std::string id = *all[0].id;
 
@@ -126,7 +150,7 @@ private:
         service.markNotificationAsRead(id);
         const auto marked = service.fetchNotification(id);
         if (!marked || marked->isRead != true) return fail("the record is not marked as read");
-        std::cout << "   " << JSONEncoder{}.encode(*marked) << '\n';
+        writeTerminalLine(std::cout, "   " + JSONEncoder{}.encode(*marked));
 
         step("The user logs out (logout)");
         service.logout();
@@ -142,26 +166,31 @@ private:
         const auto exchanges = server_->exchanges();
         for (std::size_t i = shown_; i < exchanges.size(); ++i) {
             const auto& e = exchanges[i];
-            std::cout << "   -> " << e.method << " " << e.path;
-            for (const auto& [name, value] : e.requestHeaders) std::cout << "  " << name << ": " << value;
-            std::cout << "\n      " << (e.requestBody.empty() ? "(no body)" : e.requestBody) << "\n   <- " << e.status
-                      << " " << e.responseBody << '\n';
+            std::string request = "   -> " + e.method + " " + e.path;
+            for (const auto& [name, value] : e.requestHeaders) request += "  " + name + ": " + value;
+            writeTerminalLine(std::cout, request);
+            writeTerminalLine(std::cout, "      " + (e.requestBody.empty() ? "(no body)" : e.requestBody));
+            writeTerminalLine(std::cout, "   <- " + std::to_string(e.status) + " " + e.responseBody);
         }
         shown_ = exchanges.size();
     }
 
-    void step(const std::string& text) { std::cout << "\n== " << text << '\n'; }
+    void step(const std::string& text)
+    {
+        std::cout << '\n';
+        writeTerminalLine(std::cout, "== " + text);
+    }
 
     bool ok(const std::string& text)
     {
-        std::cout << "   ok: " << text << std::endl;
+        writeTerminalLine(std::cout, "   ok: " + text);
         return true;
     }
 
     bool fail(const std::string& text)
     {
         std::cout << std::flush;
-        std::cerr << "fexo demo: " << text << std::endl;
+        std::cerr << "fexo demo: " << terminalText(text) << std::endl;
         return false;
     }
 
@@ -173,7 +202,7 @@ private:
 
 void addDemoCommand(CLI::App& app, const ToolOptions&, int& exitCode)
 {
-    app.add_subcommand("demo", demoDescription)->callback([&exitCode] { exitCode = Demo().run(); });
+    app.add_subcommand("demo", handedOverDescription("demo"))->callback([&exitCode] { exitCode = Demo().run(); });
 }
 
 } // namespace fexo::tool

@@ -43,20 +43,9 @@ struct DevelopmentServerOptions {
 };
 
 // A stand-in for the service's server on this machine, for offline work, the demo and tests.
-//
-//   POST /api/Registration/RegisterNewDevice   keeps a device registration (validated)
-//   POST /api/Notification/GetNotificationContent
-//                                              hands out the recipient's oldest queued
-//                                              notification as a notification record, once
-//   POST /dev/notifications                    queues a notification; answers the push
-//                                              user-info a push provider would deliver for it
-//   GET  /dev/registrations                    the kept registration bodies, oldest first
-//
-// Every request must carry the accepted "client_id" and "client_secret" headers, else 401.
-// A body that is not a JSON object is refused with 400 {"errorMessage":"The request body must
-// be a JSON object"}, with no per-field list; a JSON object with bad or missing keys gets 400
-// {"errorMessage":"Validation failed","errors":[{"field":…,"errorMessage":…},…]}, one entry
-// per failing key. All answers are compact JSON with Content-Type "application/json".
+// Its routes are those of ServiceRoutes. Every request must carry the accepted "client_id" and
+// "client_secret" headers, else 401 {"errorMessage":"Invalid client credentials"}; refusals of
+// the HTTP layer itself (unknown path, ...) get a JSON body too.
 //
 // Threads: start() and stop() belong to the owning thread. Requests are served on a pool of
 // worker threads; exchanges() may be called from any thread.

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <fexo/Commands.hpp>
+#include <common/ToolOptions.hpp>
 
 namespace fexo::tool {
 
-// The commands of fexo-devserver, reached through fexo's hand-over (see DevelopmentServerHandOff).
-// Their contract is that of Commands.hpp.
+// The commands of fexo-devserver, reached through fexo's hand-over. Each adds its subcommand to
+// `app`; the callback it installs stores the command's exit status in `exitCode`.
 void addServeCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 void addDemoCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 

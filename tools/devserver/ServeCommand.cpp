@@ -1,10 +1,10 @@
 #include <devserver/DevelopmentServerCommands.hpp>
-#include <devserver/DevelopmentServer.hpp>
-#include <fexo/DevelopmentServerHandOff.hpp>
 
-#include <FeXONotificationService/ServiceConfiguration.hpp>
-#include <FeXOPlatform/NSException.hpp>
-#include <FeXOPlatform/StandardOutput.hpp>
+#include <common/HandedOverCommands.hpp>
+#include <common/TerminalText.hpp>
+#include <devserver/DevelopmentServer.hpp>
+
+#include <FeXONotificationService/FeXOConfigurationCheck.hpp>
 
 #include <csignal>
 #include <iostream>
@@ -26,19 +26,15 @@ struct ServeArguments {
 // given. Without a loadable configuration both flags are needed.
 std::optional<std::pair<std::string, std::string>> credentials(const ServeArguments& arguments)
 {
-    try {
-        const ServiceConfiguration& configuration = sharedConfiguration();
+    if (arguments.clientId && arguments.clientSecret) return std::pair(*arguments.clientId, *arguments.clientSecret);
+    const FeXOConfigurationCheck configuration = FeXOConfigurationCheck::run();
+    if (configuration.isValid()) {
         return std::pair(arguments.clientId.value_or(configuration.clientId),
                          arguments.clientSecret.value_or(configuration.clientSecret));
-    } catch (const NSException& exception) {
-        if (arguments.clientId && arguments.clientSecret) {
-            return std::pair(*arguments.clientId, *arguments.clientSecret);
-        }
-        std::cerr << "fexo: " << exception.name() << ": " << exception.reason() << '\n'
-                  << "fexo: give --client-id and --client-secret to serve without a configuration"
-                  << std::endl;
-        return std::nullopt;
     }
+    reportProblem(configuration.exceptionName + ": " + configuration.exceptionReason);
+    reportProblem("give --client-id and --client-secret to serve without a configuration");
+    return std::nullopt;
 }
 
 int serve(const ToolOptions& options, const ServeArguments& arguments)
@@ -63,7 +59,8 @@ int serve(const ToolOptions& options, const ServeArguments& arguments)
     serverOptions.clientId = accepted->first;
     serverOptions.clientSecret = accepted->second;
     serverOptions.exchangeObserver = [](const Exchange& exchange) {
-        std::cerr << (exchange.method + " " + exchange.path + " -> " + std::to_string(exchange.status) + "\n")
+        // The path is the client's text: escaped like every line meant for a terminal.
+        std::cerr << terminalText(exchange.method + " " + exchange.path + " -> " + std::to_string(exchange.status)) + "\n"
                   << std::flush;
     };
     DevelopmentServer server(std::move(serverOptions));
@@ -71,10 +68,10 @@ int serve(const ToolOptions& options, const ServeArguments& arguments)
         server.start();
     } catch (const std::exception& error) {
         pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-        std::cerr << "fexo: " << error.what() << std::endl;
+        reportProblem(error.what());
         return 1;
     }
-    printLine(server.baseURL());
+    writeTerminalLine(std::cout, server.baseURL());
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
@@ -88,7 +85,7 @@ int serve(const ToolOptions& options, const ServeArguments& arguments)
 void addServeCommand(CLI::App& app, const ToolOptions& options, int& exitCode)
 {
     auto arguments = std::make_shared<ServeArguments>();
-    auto* command = app.add_subcommand("serve", serveDescription);
+    auto* command = app.add_subcommand("serve", handedOverDescription("serve"));
     command->add_option("--host", arguments->host, "Address to listen on")->capture_default_str();
     command->add_option("--port", arguments->port, "Port to listen on, 0 for any free port")
         ->capture_default_str()

@@ -1,8 +1,12 @@
 #include <fexo/Commands.hpp>
-#include <fexo/SecretMask.hpp>
 
-#include <FeXONotificationService/ServiceConfiguration.hpp>
-#include <FeXOPlatform/NSException.hpp>
+#include <common/SecretMask.hpp>
+#include <common/TerminalText.hpp>
+
+#include <FeXONotificationService/FeXOConfigurationCheck.hpp>
+#include <FeXOPlatform/URL.hpp>
+
+#include <arpa/inet.h>
 
 #include <iostream>
 
@@ -10,21 +14,38 @@ namespace fexo::tool {
 
 namespace {
 
+// Whether `host` (as the URL parser gives it, IPv6 in brackets) names this machine only.
+bool isLoopbackHost(std::string host)
+{
+    if (host == "localhost") return true;
+    if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
+    in_addr v4{};
+    if (::inet_pton(AF_INET, host.c_str(), &v4) == 1) return (ntohl(v4.s_addr) >> 24) == 127;
+    in6_addr v6{};
+    if (::inet_pton(AF_INET6, host.c_str(), &v6) != 1) return false;
+    if (IN6_IS_ADDR_LOOPBACK(&v6)) return true;
+    return IN6_IS_ADDR_V4MAPPED(&v6) && v6.s6_addr[12] == 127;
+}
+
 int checkConfiguration(const ToolOptions& options)
 {
     options.apply();
-    try {
-        const ServiceConfiguration& configuration = sharedConfiguration();
-        std::cout << "FEXO_BASE_URL=" << configuration.baseURL << '\n'
-                  << "CLIENT_SECRET=" << maskedSecret(configuration.clientSecret) << '\n'
-                  << "CLIENT_ID=" << configuration.clientId << '\n'
-                  << "APP_GROUP=" << configuration.appGroup << '\n'
-                  << "BUNDLE_ID=" << configuration.bundleId << std::endl;
-        return 0;
-    } catch (const NSException& exception) {
-        std::cerr << "fexo: " << exception.name() << ": " << exception.reason() << std::endl;
+    const FeXOConfigurationCheck check = FeXOConfigurationCheck::run();
+    if (!check.isValid()) {
+        reportProblem(check.exceptionName + ": " + check.exceptionReason);
         return 1;
     }
+    writeTerminalLine(std::cout, "FEXO_BASE_URL=" + check.baseURL);
+    writeTerminalLine(std::cout, "CLIENT_SECRET=" + maskedSecret(check.clientSecret));
+    writeTerminalLine(std::cout, "CLIENT_ID=" + check.clientId);
+    writeTerminalLine(std::cout, "APP_GROUP=" + check.appGroup);
+    writeTerminalLine(std::cout, "BUNDLE_ID=" + check.bundleId);
+    const auto url = URL::fromString(check.baseURL);
+    if (url && url->scheme() == "http" && !isLoopbackHost(url->host())) {
+        reportProblem("warning: FEXO_BASE_URL is plain http:// to " + url->host() +
+                      ", which is not a loopback address: the client secret would travel in clear");
+    }
+    return 0;
 }
 
 } // namespace
@@ -34,7 +55,8 @@ void addConfigCommand(CLI::App& app, const ToolOptions& options, int& exitCode)
     auto* config = app.add_subcommand("config", "Inspect the service configuration");
     config->require_subcommand(1);
     auto* check = config->add_subcommand(
-        "check", "Load FeXOService-Info.plist as the library does and print its five settings");
+        "check", "Load FeXOService-Info.plist as the library does and print its five settings; warn when the "
+                 "base URL is plain http to a host other than this machine");
     check->callback([&options, &exitCode] { exitCode = checkConfiguration(options); });
 }
 

@@ -1,7 +1,11 @@
 #include <fexo/DevelopmentServerHandOff.hpp>
 
+#include <common/HandedOverCommands.hpp>
+#include <common/TerminalText.hpp>
+
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -20,7 +24,8 @@ bool choosesDevelopmentServerCommand(int argc, const char* const* argv)
             continue;
         }
         if (argument.starts_with('-')) continue;
-        return argument == "serve" || argument == "demo";
+        return std::any_of(handedOverCommands.begin(), handedOverCommands.end(),
+                           [&](const HandedOverCommand& command) { return command.name == argument; });
     }
     return false;
 }
@@ -30,20 +35,20 @@ void handOverToDevelopmentServer(char** argv)
     std::error_code error;
     const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
     if (error) {
-        std::cerr << "fexo: cannot find the directory of fexo to run " << developmentServerExecutable << ": "
-                  << error.message() << std::endl;
+        reportProblem(std::string("cannot find the directory of fexo to run ") + developmentServerExecutable + ": " +
+                      error.message());
         return;
     }
     const auto sibling = (self.parent_path() / developmentServerExecutable).string();
     std::cout.flush();
     ::execv(sibling.c_str(), argv);
-    std::cerr << "fexo: cannot run " << sibling << ": " << std::strerror(errno) << std::endl;
+    reportProblem("cannot run " + sibling + ": " + std::strerror(errno));
 }
 
 void addDevelopmentServerCommands(CLI::App& app, char** argv, int& exitCode)
 {
-    for (const char* name : {"serve", "demo"}) {
-        auto* command = app.add_subcommand(name, name == std::string_view("serve") ? serveDescription : demoDescription);
+    for (const auto& handedOver : handedOverCommands) {
+        auto* command = app.add_subcommand(std::string(handedOver.name), handedOver.description);
         // Options and help belong to fexo-devserver: none is parsed here.
         command->set_help_flag();
         command->prefix_command();

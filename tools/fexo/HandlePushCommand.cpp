@@ -1,7 +1,11 @@
 #include <fexo/Commands.hpp>
-#include <fexo/ExtensionRoad.hpp>
 #include <fexo/Input.hpp>
+#include <fexo/TimeLimit.hpp>
 
+#include <common/ExtensionRoad.hpp>
+#include <common/TerminalText.hpp>
+
+#include <FeXOPlatform/CocoaError.hpp>
 #include <FeXOPlatform/JSONSerialization.hpp>
 
 #include <iostream>
@@ -10,23 +14,26 @@ namespace fexo::tool {
 
 namespace {
 
+// A push's user-info is a few kilobytes at most; anything far larger is refused before it is
+// parsed, so that memory stays small whatever arrives.
+constexpr std::size_t maximumPushBytes = 64 * 1024;
+
 int handlePush(const std::string& input, double timeLimitSeconds)
 {
-    const auto bytes = readInput(input);
+    const auto bytes = readInput(input, maximumPushBytes, "the push");
     if (!bytes) return 1;
     AnyValue userInfo;
     try {
         userInfo = JSONSerialization::jsonObject(*bytes);
     } catch (const CocoaError& error) {
-        std::cerr << "fexo: the push is not JSON: " << error.debugDescription() << std::endl;
+        reportProblem("the push is not JSON: " + error.debugDescription());
         return 1;
     }
     if (userInfo.kind() != AnyValue::Kind::dictionary) {
-        std::cerr << "fexo: the push must be a JSON object (its user-info dictionary)" << std::endl;
+        reportProblem("the push must be a JSON object (its user-info dictionary)");
         return 1;
     }
-    const auto limit = std::chrono::milliseconds(static_cast<long long>(timeLimitSeconds * 1000));
-    const DeliveredContent content = runExtensionRoad(userInfo, limit);
+    const DeliveredContent content = runExtensionRoad(userInfo, timeLimitDuration(timeLimitSeconds));
     std::cout << deliveredContentJSON(content) << std::endl;
     return content.rewritten ? 0 : 3;
 }
@@ -39,12 +46,10 @@ void addHandlePushCommand(CLI::App& app, const ToolOptions& options, int& exitCo
     auto timeLimit = std::make_shared<double>(30.0);
     auto* command = app.add_subcommand(
         "handle-push",
-        "Run the notification extension on one push: read its user-info JSON, fetch and store the content, print "
-        "the content delivered as the last line (exit 0 rewritten, 3 original delivered)");
+        "Run the notification extension on one push: read its user-info JSON (at most 65536 bytes), fetch and "
+        "store the content, print the content delivered as the last line (exit 0 rewritten, 3 original delivered)");
     command->add_option("FILE", *input, "The push's user-info JSON object; - for standard input")->capture_default_str();
-    command->add_option("--timeout", *timeLimit, "Seconds before the original content is delivered")
-        ->capture_default_str()
-        ->check(CLI::PositiveNumber);
+    addTimeLimitOption(*command, "--timeout", *timeLimit, "Seconds before the original content is delivered");
     command->callback([&options, &exitCode, input, timeLimit] {
         options.apply();
         exitCode = handlePush(*input, *timeLimit);

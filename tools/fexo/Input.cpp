@@ -1,27 +1,40 @@
 #include <fexo/Input.hpp>
 
+#include <common/TerminalText.hpp>
+
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
-#include <sstream>
 
 namespace fexo::tool {
 
-std::optional<std::string> readInput(const std::string& name)
+std::optional<std::string> readInput(const std::string& name, std::size_t limit, const std::string& what)
 {
-    if (name.empty() || name == "-") {
-        std::ostringstream content;
-        content << std::cin.rdbuf();
-        return content.str();
+    const bool standardInput = name.empty() || name == "-";
+    std::ifstream file;
+    if (!standardInput) {
+        file.open(name, std::ios::binary);
+        if (!file) {
+            reportProblem("cannot read " + name + ": " + std::strerror(errno));
+            return std::nullopt;
+        }
     }
-    std::ifstream file(name, std::ios::binary);
-    if (!file) {
-        std::cerr << "fexo: cannot read " << name << ": " << std::strerror(errno) << std::endl;
+    std::istream& in = standardInput ? std::cin : file;
+    std::string content;
+    char buffer[65536];
+    while (content.size() <= limit && in.read(buffer, sizeof buffer).gcount() > 0) {
+        content.append(buffer, static_cast<std::size_t>(in.gcount()));
+    }
+    if (in.bad()) {
+        reportProblem("cannot read " + (standardInput ? std::string("standard input") : name));
         return std::nullopt;
     }
-    return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (content.size() > limit) {
+        reportProblem(what + " is larger than " + std::to_string(limit) + " bytes");
+        return std::nullopt;
+    }
+    return content;
 }
 
 } // namespace fexo::tool

@@ -1,4 +1,7 @@
 #include <fexo/Commands.hpp>
+#include <fexo/TimeLimit.hpp>
+
+#include <common/TerminalText.hpp>
 
 #include <FeXONotificationService/FeXOService.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
@@ -6,6 +9,7 @@
 #include <future>
 #include <iostream>
 #include <map>
+#include <sstream>
 
 namespace fexo::tool {
 
@@ -29,13 +33,15 @@ int registerDevice(const RegisterArguments& arguments)
     FeXOService().registerDevice(arguments.token, arguments.deviceId, arguments.imeI1, arguments.imeI2,
                                  arguments.mobileNumber, arguments.provider,
                                  [outcome](Result<RegisterDeviceModel> result) { outcome->set_value(std::move(result)); });
-    if (answer.wait_for(std::chrono::duration<double>(arguments.timeLimitSeconds)) != std::future_status::ready) {
-        std::cerr << "fexo: no answer within " << arguments.timeLimitSeconds << " seconds" << std::endl;
+    if (answer.wait_for(timeLimitDuration(arguments.timeLimitSeconds)) != std::future_status::ready) {
+        std::ostringstream seconds;
+        seconds << arguments.timeLimitSeconds;
+        reportProblem("no answer within " + seconds.str() + " seconds");
         return 1;
     }
     const auto result = answer.get();
     if (result.isFailure()) {
-        std::cerr << "fexo: " << result.error().localizedDescription() << std::endl;
+        reportProblem(result.error().localizedDescription());
         return 1;
     }
     const std::string json = JSONEncoder{}.encode(result.value());
@@ -62,8 +68,7 @@ void addRegisterCommand(CLI::App& app, const ToolOptions& options, int& exitCode
     command->add_option("--imei1", arguments->imeI1, "First IMEI");
     command->add_option("--imei2", arguments->imeI2, "Second IMEI");
     command->add_option("--mobile-number", arguments->mobileNumber, "The device's mobile number");
-    command->add_option("--time-limit", arguments->timeLimitSeconds, "Seconds to wait for the answer")
-        ->capture_default_str();
+    addTimeLimitOption(*command, "--time-limit", arguments->timeLimitSeconds, "Seconds to wait for the answer");
     command->callback([&options, &exitCode, arguments] {
         options.apply();
         exitCode = registerDevice(*arguments);

@@ -1,35 +1,57 @@
 #include <fexo/Commands.hpp>
 #include <fexo/Input.hpp>
 
+#include <common/TerminalText.hpp>
+
 #include <FeXONotificationService/FeXOService.hpp>
-#include <FeXONotificationService/ResponseAccess.hpp>
 #include <FeXOPlatform/JSONDecoder.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
+#include <cmath>
 #include <ctime>
-#include <iomanip>
 #include <iostream>
 
 namespace fexo::tool {
 
 namespace {
 
-// Newest first; records without a date last, in their stored order.
-void sortNewestFirst(std::vector<Response>& records)
+// A stored record larger than this is no record any extension wrote.
+constexpr std::size_t maximumRecordBytes = 1024 * 1024;
+
+// A record with what the list shows of it. The date and the error stay internal to Response,
+// so they are read from the record's JSON form, which carries every field.
+struct Listed {
+    Response record;
+    std::optional<double> createdAt; // seconds since 2001-01-01 00:00:00 UTC
+    std::string text;
+};
+
+Listed listed(Response record)
 {
-    std::stable_sort(records.begin(), records.end(), [](const Response& a, const Response& b) {
-        const auto& x = ResponseAccess::createdAt(a);
-        const auto& y = ResponseAccess::createdAt(b);
-        if (x && y) return *x > *y;
-        return x.has_value() && !y.has_value();
-    });
+    const auto form = nlohmann::json::parse(JSONEncoder{}.encode(record));
+    Listed entry{std::move(record), std::nullopt, ""};
+    if (const auto found = form.find("createdAt"); found != form.end() && found->is_number()) {
+        entry.createdAt = found->get<double>();
+    }
+    if (entry.record.data) {
+        entry.text = entry.record.data->text.value_or("");
+    } else if (form.contains("errorCode") || form.contains("errorMessage")) {
+        entry.text = "error " + (form.contains("errorCode") ? form["errorCode"].dump() : std::string("-")) + ": " +
+            form.value("errorMessage", "");
+    }
+    return entry;
 }
 
-std::string isoDate(const std::optional<Date>& date)
+std::string isoDate(const std::optional<double>& sinceReferenceDate)
 {
-    if (!date) return "-";
-    const std::time_t seconds = static_cast<std::time_t>(date->timeIntervalSince1970());
+    if (!sinceReferenceDate) return "-";
+    const double since1970 = Date(*sinceReferenceDate).timeIntervalSince1970();
+    // Years 1 to 9999 only: the rest does not fit the column (or a time_t).
+    if (!std::isfinite(since1970) || since1970 < -62135596800.0 || since1970 >= 253402300800.0) return "?";
+    const auto seconds = static_cast<std::time_t>(std::floor(since1970));
     std::tm utc{};
     gmtime_r(&seconds, &utc);
     char text[32];
@@ -37,40 +59,46 @@ std::string isoDate(const std::optional<Date>& date)
     return text;
 }
 
-std::string cell(std::string text, std::size_t width)
+// `text` fitted to `width` characters and padded with blanks to it.
+std::string column(const std::string& text, std::size_t width)
 {
-    for (auto& c : text) {
-        if (c == '\n' || c == '\t') c = ' ';
-    }
-    if (text.size() > width) text = text.substr(0, width - 1) + "~";
-    return text;
+    std::string cell = terminalColumn(text, width);
+    const auto characters = static_cast<std::size_t>(
+        std::count_if(cell.begin(), cell.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    return cell + std::string(width + 1 - characters, ' ');
 }
 
 int list(bool asJSON)
 {
     auto records = FeXOService().fetchAllNotifications().value_or(std::vector<Response>{});
-    sortNewestFirst(records);
+    std::vector<Listed> entries;
+    for (auto& record : records) entries.push_back(listed(std::move(record)));
+    // Newest first; records without a date last, in their stored order.
+    std::stable_sort(entries.begin(), entries.end(), [](const Listed& a, const Listed& b) {
+        if (a.createdAt && b.createdAt) return *a.createdAt > *b.createdAt;
+        return a.createdAt.has_value() && !b.createdAt.has_value();
+    });
     if (asJSON) {
         std::string out = "[";
-        for (std::size_t i = 0; i < records.size(); ++i) {
+        for (std::size_t i = 0; i < entries.size(); ++i) {
             if (i > 0) out += ",";
-            out += JSONEncoder{}.encode(records[i]);
+            out += JSONEncoder{}.encode(entries[i].record);
         }
         std::cout << out << "]" << std::endl;
         return 0;
     }
     std::size_t unread = 0;
-    std::cout << std::left << std::setw(37) << "ID" << std::setw(21) << "CREATED" << std::setw(5) << "READ"
-              << std::setw(17) << "SENDER" << "TEXT" << '\n';
-    for (const auto& r : records) {
+    writeTerminalLine(std::cout, column("ID", 36) + column("CREATED", 20) + column("READ", 4) + column("SENDER", 16) + "TEXT");
+    for (const auto& entry : entries) {
+        const Response& r = entry.record;
         const bool read = r.isRead.value_or(false);
         if (!read) ++unread;
-        std::cout << std::setw(37) << cell(r.id.value_or("-"), 36) << std::setw(21)
-                  << isoDate(ResponseAccess::createdAt(r)) << std::setw(5) << (read ? "yes" : "no") << std::setw(17)
-                  << cell(r.data ? r.data->sender.value_or("") : "", 16) << cell(r.data ? r.data->text.value_or("") : "", 60)
-                  << '\n';
+        writeTerminalLine(std::cout, column(r.id.value_or("-"), 36) + column(isoDate(entry.createdAt), 20) +
+                                         column(read ? "yes" : "no", 4) +
+                                         column(r.data ? r.data->sender.value_or("") : "", 16) +
+                                         terminalColumn(entry.text, 60));
     }
-    std::cout << records.size() << (records.size() == 1 ? " notification, " : " notifications, ") << unread
+    std::cout << entries.size() << (entries.size() == 1 ? " notification, " : " notifications, ") << unread
               << " unread" << std::endl;
     return 0;
 }
@@ -79,7 +107,7 @@ int show(const std::string& id)
 {
     const auto record = FeXOService().fetchNotification(id);
     if (!record) {
-        std::cerr << "fexo: no notification with id \"" << id << "\"" << std::endl;
+        reportProblem("no notification with id \"" + id + "\"");
         return 1;
     }
     std::cout << JSONEncoder{}.encode(*record) << std::endl;
@@ -96,13 +124,13 @@ int markRead(const std::string& id)
 
 int write(const std::string& input)
 {
-    const auto bytes = readInput(input);
+    const auto bytes = readInput(input, maximumRecordBytes, "the record");
     if (!bytes) return 1;
     Response record;
     try {
         record = JSONDecoder{}.decode<Response>(*bytes);
     } catch (const DecodingError& error) {
-        std::cerr << "fexo: " << error.description() << std::endl;
+        reportProblem(error.description());
         return 1;
     }
     FeXOService().write(record);

@@ -18,7 +18,7 @@
 // An operation begun but never ended (the process was killed in between) may or may not have
 // taken effect; both outcomes are accepted for that record.
 
-#include <fexo/ExtensionRoad.hpp>
+#include <common/ExtensionRoad.hpp>
 
 #include <FeXONotificationService/FeXOService.hpp>
 #include <FeXONotificationService/ServiceConfiguration.hpp>

@@ -1,4 +1,4 @@
-#include <fexo/SecretMask.hpp>
+#include <common/SecretMask.hpp>
 
 namespace fexo::tool {
 

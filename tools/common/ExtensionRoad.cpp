@@ -1,4 +1,4 @@
-#include <fexo/ExtensionRoad.hpp>
+#include <common/ExtensionRoad.hpp>
 
 #include <FeXONotificationService/FeXONotificationExtensionHandler.hpp>
 #include <FeXOPlatform/URLSession.hpp>

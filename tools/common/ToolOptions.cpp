@@ -1,6 +1,9 @@
-#include <fexo/Commands.hpp>
+#include <common/ToolOptions.hpp>
+
+#include <common/TerminalText.hpp>
 
 #include <FeXOPlatform/Bundle.hpp>
+#include <FeXOPlatform/NSException.hpp>
 
 #include <cstdlib>
 
@@ -30,6 +33,10 @@ int parseAndRun(CLI::App& app, int argc, char** argv, const int& exitCode)
     } catch (const CLI::ParseError& error) {
         const int status = app.exit(error);
         return status == 0 ? 0 : 1;
+    } catch (const NSException& exception) {
+        // The library raises on a missing or broken configuration: one line, not an abort.
+        reportProblem(exception.name() + ": " + exception.reason());
+        return 1;
     }
     return exitCode;
 }
