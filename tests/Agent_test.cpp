@@ -203,7 +203,7 @@ TEST(Agent, RefusesWhatItCannotTakeWithItsErrorAndDeliversWhatItTook)
     EXPECT_EQ(bus.notifications().size(), static_cast<std::size_t>(outcomes["accepted"]));
 }
 
-TEST(Agent, RunsTheHostAppCommandOnTheDefactionOfItsOwnNotificationOnly)
+TEST(Agent, RunsTheHostAppCommandOnTheDefaultActionOfItsOwnNotificationOnly)
 {
     TemporaryDirectory fifoDirectory;
     const auto fifo = fifoDirectory.path() / "opened";

@@ -95,6 +95,12 @@ ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& n
     for (const auto& argument : command_) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
 
+    // Closed by a successful exec; carries errno when exec fails. Until then the child is a copy
+    // of this process, whose resident memory must not count against the extension.
+    int execReport[2];
+    if (::pipe2(execReport, O_CLOEXEC) != 0) return {std::nullopt, std::string("cannot start: ") + std::strerror(errno)};
+    Descriptor reportRead(execReport[0]), reportWrite(execReport[1]);
+
     const pid_t pid = ::fork();
     if (pid < 0) return {std::nullopt, std::string("cannot start: ") + std::strerror(errno)};
     if (pid == 0) {
@@ -108,11 +114,23 @@ ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& n
         ::sigaction(SIGPIPE, &standard, nullptr);
         if (::dup2(toChild[0], 0) < 0 || ::dup2(fromChild[1], 1) < 0) ::_exit(126);
         ::execvp(argv[0], argv.data());
+        const int failure = errno;
+        [[maybe_unused]] auto reported = ::write(execReport[1], &failure, sizeof failure);
         ::_exit(127);
     }
     ::setpgid(pid, pid); // also here, so that a kill before the child ran reaches its group
     inputRead.reset();
     outputWrite.reset();
+    reportWrite.reset();
+    int execFailure = 0;
+    ssize_t reported;
+    while ((reported = ::read(reportRead.get(), &execFailure, sizeof execFailure)) < 0 && errno == EINTR) {
+    }
+    if (reported > 0) {
+        while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        return {std::nullopt, "could not run " + command_.front() + ": " + std::strerror(execFailure)};
+    }
     Descriptor exited(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     ::fcntl(inputWrite.get(), F_SETFL, O_NONBLOCK);
     ::fcntl(outputRead.get(), F_SETFL, O_NONBLOCK);
