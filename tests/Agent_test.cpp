@@ -223,7 +223,11 @@ TEST(Agent, SaysSoInOneLineWithoutASessionBus)
 {
     ProcessOptions noBus;
     noBus.environment = {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"}, {"XDG_RUNTIME_DIR", "/nonexistent"}};
-    const auto result = ChildProcess::run(agentProgram, {"run"}, noBus);
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_THAT(result.standardError, testing::MatchesRegex("fexo-agent: no session bus: [^\n]*\n"));
+    noBus.standardInput = "{}";
+    for (const auto& [program, arguments, prefix] : std::vector<std::tuple<std::filesystem::path, std::vector<std::string>, std::string>>{
+             {agentProgram, {"run"}, "fexo-agent"}, {fexoTool, {"agent", "push", "-"}, "fexo"}}) {
+        const auto result = ChildProcess::run(program, arguments, noBus);
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_THAT(result.standardError, testing::MatchesRegex(prefix + ": no session bus: [^\n]*\n"));
+    }
 }

@@ -39,8 +39,14 @@ int push(const std::string& inputName, double waitSeconds)
 {
     const auto userInfoJSON = readPush(inputName);
     if (!userInfoJSON) return 1;
+    std::unique_ptr<sdbus::IConnection> connection;
     try {
-        auto connection = sdbus::createSessionBusConnection();
+        connection = sdbus::createSessionBusConnection();
+    } catch (const sdbus::Error& error) {
+        std::cerr << "fexo: no session bus: " << error.getMessage() << std::endl;
+        return 1;
+    }
+    try {
         auto agent = sdbus::createProxy(*connection, agentBusName, agentObjectPath);
         // Delivered may arrive before Push's answer is read: keep every one until the id is known.
         std::map<std::string, Delivery> delivered;
