@@ -26,6 +26,13 @@ const std::filesystem::path fexoTool = FEXO_TOOL_PATH;
 const std::filesystem::path agentProgram = fexoTool.parent_path() / "fexo-agent";
 const std::string misbehave = std::string(FEXO_TEST_SOURCE_DIR) + "/tests/agent/misbehave";
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define FEXO_AGENT_TEST_SANITIZED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define FEXO_AGENT_TEST_SANITIZED
+#endif
+#endif
+#ifdef FEXO_AGENT_TEST_SANITIZED
 const std::string extensionMemory = "1024"; // the instrumented fexo handle-push needs far more
 #else
 const std::string extensionMemory = "24";
