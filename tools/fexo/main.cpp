@@ -1,3 +1,4 @@
+#include <fexo/AgentHandOff.hpp>
 #include <fexo/Commands.hpp>
 #include <fexo/DevelopmentServerHandOff.hpp>
 
@@ -5,6 +6,10 @@ int main(int argc, char** argv)
 {
     if (fexo::tool::choosesDevelopmentServerCommand(argc, argv)) {
         fexo::tool::handOverToDevelopmentServer(argv);
+        return 1;
+    }
+    if (fexo::tool::choosesAgentCommand(argc, argv)) {
+        fexo::tool::handOverToAgent(argv);
         return 1;
     }
 
@@ -18,5 +23,6 @@ int main(int argc, char** argv)
     fexo::tool::addHandlePushCommand(app, options, exitCode);
     fexo::tool::addStoreCommands(app, options, exitCode);
     fexo::tool::addDevelopmentServerCommands(app, argv, exitCode);
+    fexo::tool::addAgentCommand(app, argv, exitCode);
     return fexo::tool::parseAndRun(app, argc, argv, exitCode);
 }

@@ -1,0 +1,240 @@
+#include <support/Completion.hpp>
+#include <support/ToolSandbox.hpp>
+
+#include <agent/Delivery.hpp>
+#include <agent/NotificationAgent.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <sys/stat.h>
+
+#include <condition_variable>
+#include <fstream>
+#include <map>
+#include <mutex>
+
+using namespace fexo::test;
+using fexo::agent::agentInterface;
+using testing::ElementsAre;
+using testing::Pair;
+
+namespace {
+
+const std::filesystem::path fexoTool = FEXO_TOOL_PATH;
+const std::filesystem::path agentProgram = fexoTool.parent_path() / "fexo-agent";
+const std::string misbehave = std::string(FEXO_TEST_SOURCE_DIR) + "/tests/agent/misbehave";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define FEXO_AGENT_TEST_SANITIZED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define FEXO_AGENT_TEST_SANITIZED
+#endif
+#endif
+#ifdef FEXO_AGENT_TEST_SANITIZED
+const std::string extensionMemory = "1024"; // the instrumented fexo handle-push needs far more
+#else
+const std::string extensionMemory = "24";
+#endif
+
+nlohmann::json pushWithAlert(const std::string& body)
+{
+    return {{"recipientId", "nobody"}, {"aps", {{"alert", {{"title", "Original"}, {"body", body}}}}}};
+}
+
+// A private session bus on which the mock notification daemon and the agent (run with the
+// given arguments) are started by activation, and a client of both.
+class AgentBus {
+public:
+    explicit AgentBus(const std::string& agentArguments)
+    {
+        const auto& dir = directory_.path();
+        std::filesystem::create_directories(dir / "services");
+        std::ofstream(dir / "services/notifications.service")
+            << "[D-BUS Service]\nName=org.freedesktop.Notifications\n"
+               "Exec=/usr/bin/python3 -m dbusmock --session -t notification_daemon\n";
+        std::ofstream(dir / "services/agent.service") << "[D-BUS Service]\nName=org.fexo.NotificationAgent1\nExec="
+                                                      << agentProgram.string() << " run " << agentArguments << "\n";
+        std::ofstream(dir / "bus.conf")
+            << "<busconfig><type>session</type><listen>unix:path=" << (dir / "bus").string() << "</listen>"
+            << "<auth>EXTERNAL</auth><servicedir>" << (dir / "services").string() << "</servicedir><policy context=\"default\">"
+            << "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/>"
+            << "</policy></busconfig>";
+        address_ = "unix:path=" + (dir / "bus").string();
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", address_.c_str(), 1); // inherited by every activated service
+        daemon_ = std::make_unique<ChildProcess>("/usr/bin/dbus-daemon", std::vector<std::string>{
+            "--nofork", "--print-address=1", "--config-file=" + (dir / "bus.conf").string()});
+        if (daemon_->readLine().empty()) throw std::runtime_error("dbus-daemon did not start");
+        connection_ = sdbus::createSessionBusConnection();
+        agent_ = sdbus::createProxy(*connection_, fexo::agent::agentBusName, fexo::agent::agentObjectPath);
+        agent_->uponSignal("Delivered").onInterface(agentInterface).call(
+            [this](const std::string& id, const std::string& title, const std::string& body, bool rewritten) {
+                std::lock_guard lock(mutex_);
+                delivered_.emplace(id, fexo::agent::Delivery{title, body, rewritten});
+                changed_.notify_all();
+            });
+        agent_->finishRegistration();
+        desktop_ = sdbus::createProxy(*connection_, "org.freedesktop.Notifications", "/org/freedesktop/Notifications");
+        connection_->enterEventLoopAsync();
+    }
+    ~AgentBus() { connection_->leaveEventLoop(); }
+
+    std::string push(const std::string& userInfoJSON)
+    {
+        std::string id;
+        agent_->callMethod("Push").onInterface(agentInterface).withArguments(userInfoJSON).storeResultsTo(id);
+        return id;
+    }
+    // Every Delivered signal, once `count` of them arrived (fails the test after `patience`).
+    std::multimap<std::string, fexo::agent::Delivery> delivered(std::size_t count)
+    {
+        std::unique_lock lock(mutex_);
+        EXPECT_TRUE(changed_.wait_for(lock, patience, [&] { return delivered_.size() >= count; }));
+        return delivered_;
+    }
+    // Summary and body of every Notify call the desktop received.
+    std::vector<std::pair<std::string, std::string>> notifications()
+    {
+        std::vector<sdbus::Struct<std::uint64_t, std::string, std::vector<sdbus::Variant>>> calls;
+        desktop_->callMethod("GetCalls").onInterface("org.freedesktop.DBus.Mock").storeResultsTo(calls);
+        std::vector<std::pair<std::string, std::string>> shown;
+        for (auto& call : calls)
+            if (call.get<1>() == "Notify")
+                shown.emplace_back(call.get<2>().at(3).get<std::string>(), call.get<2>().at(4).get<std::string>());
+        return shown;
+    }
+    void invokeAction(std::uint32_t notification)
+    {
+        desktop_->callMethod("EmitSignal").onInterface("org.freedesktop.DBus.Mock").withArguments(
+            "org.freedesktop.Notifications", "ActionInvoked", "us",
+            std::vector<sdbus::Variant>{notification, std::string("default")});
+    }
+    const std::filesystem::path& directory() const { return directory_.path(); }
+
+private:
+    TemporaryDirectory directory_;
+    std::string address_;
+    std::unique_ptr<ChildProcess> daemon_;
+    std::unique_ptr<sdbus::IConnection> connection_;
+    std::unique_ptr<sdbus::IProxy> agent_;
+    std::unique_ptr<sdbus::IProxy> desktop_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::multimap<std::string, fexo::agent::Delivery> delivered_;
+};
+
+} // namespace
+
+// The agent is only ever started by activation here: the first Push starts it.
+TEST(Agent, ShowsTheServersContentOnceElseTheOriginalAfterTheExtensionGaveUp)
+{
+    ToolSandbox sandbox(fexoTool);
+    sandbox.serve();
+    const auto push = sandbox.queueNotification("dev-1", "Hello", "Ann");
+    AgentBus bus("--memory-limit " + extensionMemory);
+
+    auto shown = sandbox.run({"agent", "push", "-"}, push.dump());
+    EXPECT_EQ(shown.exitCode, 0) << shown.standardError;
+    EXPECT_EQ(shown.standardOutput, R"({"title":"Ann","body":"Hello","rewritten":true})" "\n");
+
+    sandbox.configure("http://127.0.0.1:1"); // nothing listens there
+    shown = sandbox.run({"agent", "push", "-"}, pushWithAlert("Hi").dump());
+    EXPECT_EQ(shown.exitCode, 3) << shown.standardError;
+    EXPECT_EQ(shown.standardOutput, R"({"title":"Original","body":"Hi","rewritten":false})" "\n");
+    EXPECT_THAT(bus.notifications(), ElementsAre(Pair("Ann", "Hello"), Pair("Original", "Hi")));
+}
+
+TEST(Agent, ShowsTheOriginalOnceWhenTheExtensionMisbehaves)
+{
+    for (const auto& [behaviour, limits] : std::vector<std::pair<std::string, std::string>>{
+             {"crash", ""}, {"fail", ""}, {"garbage", ""}, {"hang", " --time-limit 0.3"}, {"memory", " --memory-limit 64"}}) {
+        SCOPED_TRACE(behaviour);
+        AgentBus bus("--extension '" + misbehave + " " + behaviour + "'" + limits);
+        const auto id = bus.push(pushWithAlert(behaviour).dump());
+        const auto delivered = bus.delivered(1);
+        ASSERT_EQ(delivered.count(id), 1u);
+        EXPECT_EQ(fexo::agent::deliveryLine(delivered.find(id)->second),
+                  R"({"title":"Original","body":")" + behaviour + R"(","rewritten":false})");
+        EXPECT_THAT(bus.notifications(), ElementsAre(Pair("Original", behaviour)));
+    }
+}
+
+TEST(Agent, DeliversEveryOneOfManyPushesOnce)
+{
+    ToolSandbox sandbox(fexoTool);
+    sandbox.serve();
+    std::vector<std::string> pushes, texts;
+    for (int i = 0; i < 100; ++i) {
+        texts.push_back("text " + std::to_string(i));
+        pushes.push_back(sandbox.queueNotification("dev-1", texts.back(), "Ann").dump());
+    }
+    AgentBus bus("--memory-limit " + extensionMemory);
+    std::set<std::string> ids;
+    for (const auto& push : pushes) ids.insert(bus.push(push));
+    const auto delivered = bus.delivered(100);
+    std::vector<std::string> bodies, shownBodies;
+    for (const auto& id : ids) {
+        EXPECT_EQ(delivered.count(id), 1u);
+        if (const auto found = delivered.find(id); found != delivered.end()) bodies.push_back(found->second.body);
+    }
+    for (const auto& [title, body] : bus.notifications()) shownBodies.push_back(body);
+    std::sort(texts.begin(), texts.end());
+    std::sort(bodies.begin(), bodies.end());
+    std::sort(shownBodies.begin(), shownBodies.end());
+    EXPECT_EQ(ids.size(), 100u);
+    EXPECT_EQ(bodies, texts); // each server notification handed out once, none lost
+    EXPECT_EQ(shownBodies, texts);
+}
+
+TEST(Agent, RefusesWhatItCannotTakeWithItsErrorAndDeliversWhatItTook)
+{
+    AgentBus bus("--extension '" + misbehave + " hang' --time-limit 0.3 --concurrency 1 --queue 2");
+    const auto refusal = [&](const std::string& push) {
+        try {
+            bus.push(push);
+            return std::string("accepted");
+        } catch (const sdbus::Error& error) {
+            return error.getName();
+        }
+    };
+    EXPECT_EQ(refusal("{\"aps\":"), "org.fexo.NotificationAgent1.Error.NotJSON");
+    EXPECT_EQ(refusal("[1]"), "org.fexo.NotificationAgent1.Error.NotJSON");
+    EXPECT_EQ(refusal(std::string(fexo::agent::maximumPushBytes + 1, ' ')), "org.fexo.NotificationAgent1.Error.TooLarge");
+    std::map<std::string, int> outcomes;
+    for (int i = 0; i < 8; ++i) ++outcomes[refusal(pushWithAlert(std::to_string(i)).dump())];
+    // One running and two waiting; a third may be taken when the first push already runs.
+    EXPECT_GE(outcomes["org.fexo.NotificationAgent1.Error.QueueFull"], 5);
+    EXPECT_EQ(outcomes["accepted"] + outcomes["org.fexo.NotificationAgent1.Error.QueueFull"], 8);
+    EXPECT_EQ(bus.delivered(outcomes["accepted"]).size(), static_cast<std::size_t>(outcomes["accepted"]));
+    EXPECT_EQ(bus.notifications().size(), static_cast<std::size_t>(outcomes["accepted"]));
+}
+
+TEST(Agent, RunsTheHostAppCommandOnTheDefaultActionOfItsOwnNotificationOnly)
+{
+    TemporaryDirectory fifoDirectory;
+    const auto fifo = fifoDirectory.path() / "opened";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    AgentBus bus("--extension '" + misbehave + " crash' --host-command 'echo $FEXO_REQUEST_ID > " + fifo.string() + "'");
+    const auto id = bus.push(pushWithAlert("open me").dump());
+    bus.delivered(1);
+    bus.invokeAction(99); // another application's notification
+    bus.invokeAction(1);  // the mock daemon numbers notifications from 1
+    ProcessOptions patient;
+    patient.timeLimit = std::chrono::seconds(10);
+    const auto opened = ChildProcess::run("/bin/cat", {fifo.string()}, patient);
+    EXPECT_EQ(opened.standardOutput, id + "\n");
+}
+
+TEST(Agent, SaysSoInOneLineWithoutASessionBus)
+{
+    ProcessOptions noBus;
+    noBus.environment = {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"}, {"XDG_RUNTIME_DIR", "/nonexistent"}};
+    noBus.standardInput = "{}";
+    for (const auto& [program, arguments, prefix] : std::vector<std::tuple<std::filesystem::path, std::vector<std::string>, std::string>>{
+             {agentProgram, {"run"}, "fexo-agent"}, {fexoTool, {"agent", "push", "-"}, "fexo"}}) {
+        const auto result = ChildProcess::run(program, arguments, noBus);
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_THAT(result.standardError, testing::MatchesRegex(prefix + ": no session bus: [^\n]*\n"));
+    }
+}

@@ -1,0 +1,55 @@
+#include <agent/Delivery.hpp>
+
+#include <nlohmann/json.hpp>
+
+namespace fexo::agent {
+
+namespace {
+
+std::string stringAt(const nlohmann::json& object, const char* key)
+{
+    const auto found = object.find(key);
+    return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
+} // namespace
+
+Delivery originalDelivery(const nlohmann::json& userInfo)
+{
+    if (!userInfo.is_object()) return {};
+    const auto aps = userInfo.find("aps");
+    if (aps == userInfo.end() || !aps->is_object()) return {};
+    const auto alert = aps->find("alert");
+    if (alert == aps->end()) return {};
+    if (alert->is_string()) return {"", alert->get<std::string>(), false};
+    if (!alert->is_object()) return {};
+    return {stringAt(*alert, "title"), stringAt(*alert, "body"), false};
+}
+
+std::optional<Delivery> printedDelivery(std::string_view output)
+{
+    while (!output.empty() && (output.back() == '\n' || output.back() == '\r' || output.back() == ' '))
+        output.remove_suffix(1);
+    const auto start = output.find_last_of('\n');
+    const auto line = start == std::string_view::npos ? output : output.substr(start + 1);
+    const auto content = nlohmann::json::parse(line, nullptr, false);
+    if (!content.is_object()) return std::nullopt;
+    const auto title = content.find("title");
+    const auto body = content.find("body");
+    const auto rewritten = content.find("rewritten");
+    if (title == content.end() || !title->is_string() || body == content.end() || !body->is_string() ||
+        rewritten == content.end() || !rewritten->is_boolean())
+        return std::nullopt;
+    return Delivery{title->get<std::string>(), body->get<std::string>(), rewritten->get<bool>()};
+}
+
+std::string deliveryLine(const Delivery& delivery)
+{
+    nlohmann::ordered_json line;
+    line["title"] = delivery.title;
+    line["body"] = delivery.body;
+    line["rewritten"] = delivery.rewritten;
+    return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+} // namespace fexo::agent
