@@ -48,10 +48,13 @@ TEST_F(DataRepositoryTest, RecordsLiveUnderTheirIdAndOnlyTheExactPrefixIsTouched
 
     EXPECT_EQ(defaults().keysWithPrefix("response_"), (std::vector<std::string>{"response_", "response_7"}));
     EXPECT_THAT(repository.fetchAllNotifications(), ::testing::ElementsAre(record(std::nullopt, "second without id"), record("7", "second")));
+    EXPECT_EQ(defaults().dataForKey("response_7"), fexo::JSONEncoder{}.encode(record("7", "second"))) << "stored as JSON data";
+    defaults().setObject(R"({"id":"s"})", "response_s");
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(repository.fetchNotification("s"), std::nullopt) << "a value of another kind";
     EXPECT_EQ(repository.fetchNotification("8"), std::nullopt);
 
     const DataRepository copy = repository; // copies share the storage
-    ::testing::internal::CaptureStdout();
     DataRepository(copy).deleteNotification("7");
     DataRepository(copy).deleteNotification("7");
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");

@@ -43,17 +43,14 @@ TEST(StoreMaintenanceCommand, ADamagedStoreIsRefusedCheckedAndRepaired)
         EXPECT_NE(refused.standardError.find("\"" + file.string() + "\" could not be read: database disk image is malformed"),
                   std::string::npos) << refused.standardError;
     }
-    const auto checked = sandbox.run({"store", "check"});
-    EXPECT_EQ(checked.exitCode, 1);
-    EXPECT_NE(checked.standardError.find("is damaged"), std::string::npos) << checked.standardError;
+    EXPECT_EQ(sandbox.run({"store", "check"}).exitCode, 1);
 
     const auto repaired = sandbox.run({"store", "repair"});
     ASSERT_EQ(repaired.exitCode, 0) << repaired.standardError;
     std::smatch counts;
     ASSERT_TRUE(std::regex_search(repaired.standardOutput, counts, std::regex(R"(^Saved (\d+) keys, lost (\d+))"))) << repaired.standardOutput;
     const int saved = std::stoi(counts[1]);
-    EXPECT_GT(saved, 100);
-    EXPECT_LT(saved, 601);
+    EXPECT_TRUE(saved > 200 && saved < 601) << repaired.standardOutput;
 
     EXPECT_EQ(sandbox.run({"store", "check"}).exitCode, 0);
     const auto listed = sandbox.run({"list", "--json"});

@@ -53,7 +53,7 @@ TEST_F(UserDefaultsTest, EveryKindRoundTripsExactlyUnderItsFixedStoredNumber)
         {"6 array", PropertyListValue(PropertyListValue::Array{1, "two", PropertyListValue::Array{}})},
         {"7 dictionary", PropertyListValue(PropertyListValue::Dictionary{{"k", 3.5}, {"n", PropertyListValue::Dictionary{}}})},
         {"8 empty data", PropertyListValue(PropertyListValue::Data{})},
-        {std::string("9 key with \0 and ' quote", 24), PropertyListValue("")},
+        {std::string("9 \0 and ' in a key", 19), PropertyListValue("")},
     };
     auto defaults = UserDefaults::open(suite);
     for (const auto& [key, value] : values) ASSERT_TRUE(defaults->setObject(value, key)) << key;
@@ -107,10 +107,9 @@ TEST_F(UserDefaultsTest, RootComesFromTheEnvironmentAtEachOpenWithPrivateModes)
     const auto container = directory.path() / "xdg/fexo/app-groups" / suite;
     ASSERT_TRUE(xdg && xdg->setData("x", "k"));
     EXPECT_EQ(xdg->databasePath(), container / "defaults.sqlite");
-    for (const auto& [path, mode] : std::map<std::filesystem::path, unsigned>{{directory.path() / "xdg/fexo", 0700}, {container, 0700},
-             {container / "defaults.sqlite", 0600}, {container / "defaults.sqlite-wal", 0600}, {container / "defaults.sqlite-shm", 0600}}) {
+    for (const auto& name : {"..", ".", "defaults.sqlite", "defaults.sqlite-wal", "defaults.sqlite-shm"}) {
         struct stat status {};
-        EXPECT_EQ(::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0, mode) << path;
+        EXPECT_EQ(::stat((container / name).c_str(), &status) == 0 ? status.st_mode & 0777 : 0, name[0] == '.' ? 0700u : 0600u) << name;
     }
 }
 
@@ -122,8 +121,7 @@ TEST_F(UserDefaultsTest, PrefixScansAreByteWiseRangesAndTheRegistrationDomainLie
     EXPECT_THAT(defaults->keysWithPrefix("response_"), ElementsAre("response_", "response_1", "response_int"));
     EXPECT_THAT(defaults->dataWithKeyPrefix("response_"), ElementsAre(std::pair<std::string, std::string>("response_", "response_"),
                                                                       std::pair<std::string, std::string>("response_1", "response_1")));
-    EXPECT_THAT(defaults->keysWithPrefix("\xff\xff"), ElementsAre("\xff\xff\xff"));
-    EXPECT_THAT(defaults->keysWithPrefix("\xfe"), ElementsAre("\xfe\xff"));
+    EXPECT_THAT(defaults->keysWithPrefix("\xff\xff"), ElementsAre("\xff\xff\xff")) << "no upper bound exists";
     EXPECT_EQ(defaults->keysWithPrefix("").size(), 7u);
 
     defaults->registerDefaults({{"a", 1}, {"response", "registered"}, {"d", PropertyListValue::Data{"r"}}});
@@ -137,26 +135,17 @@ TEST_F(UserDefaultsTest, PrefixScansAreByteWiseRangesAndTheRegistrationDomainLie
 TEST_F(UserDefaultsTest, ThreadsShareOneObjectAndTransactionsCommitWholeOrNothing)
 {
     auto defaults = UserDefaults::open(suite);
-    ASSERT_TRUE(defaults->setObject(1, "n"));
-    EXPECT_THROW(defaults->performExclusively([&] {
-        defaults->setObject(2, "n");
-        throw std::runtime_error("stop");
-    }), std::runtime_error);
+    ASSERT_TRUE(defaults->setObject(0, "n"));
+    EXPECT_THROW(defaults->performExclusively([&] { defaults->setObject(-1, "n"), throw std::runtime_error("stop"); }), std::runtime_error);
     std::vector<std::thread> workers;
-    std::atomic<int> failures{0};
     for (int t = 0; t < 4; ++t) {
         workers.emplace_back([&] {
-            for (int i = 0; i < 50; ++i) {
-                failures += !defaults->performExclusively([&] {
-                    const auto n = *defaults->object("n")->integer();
-                    failures += !defaults->performExclusively([&] { defaults->setObject(n + 1, "n"); });
-                });
-            }
+            const auto increment = [&] { defaults->setObject(*defaults->object("n")->integer() + 1, "n"); };
+            for (int i = 0; i < 50; ++i) EXPECT_TRUE(defaults->performExclusively([&] { EXPECT_TRUE(defaults->performExclusively(increment)); }));
         });
     }
     for (auto& worker : workers) worker.join();
-    EXPECT_EQ(failures.load(), 0);
-    EXPECT_EQ(UserDefaults::open(suite)->object("n"), PropertyListValue(201));
+    EXPECT_EQ(UserDefaults::open(suite)->object("n"), PropertyListValue(200));
 }
 
 // Connections leave the log behind when they close, so every opener in another process rebuilds
@@ -164,13 +153,12 @@ TEST_F(UserDefaultsTest, ThreadsShareOneObjectAndTransactionsCommitWholeOrNothin
 TEST_F(UserDefaultsTest, ProcessesSeeEachOthersChangesAndLoseNone)
 {
     const std::string large(64 * 1024, 'x');
-    {
-        auto defaults = UserDefaults::open(suite);
-        ASSERT_TRUE(defaults->performExclusively([&] {
-            for (int i = 0; i < 100; ++i) defaults->setData(large, "large." + std::to_string(i));
-        }));
-        ASSERT_TRUE(defaults->setObject(0, "count"));
-    }
+    auto first = UserDefaults::open(suite);
+    ASSERT_TRUE(first->performExclusively([&] {
+        for (int i = 0; i < 100; ++i) first->setData(large, "large." + std::to_string(i));
+        first->setObject(0, "count");
+    }));
+    first.reset();
     constexpr int writers = 4;
     constexpr int records = 100;
     fexo::test::StartGate gate;
