@@ -72,7 +72,7 @@ TEST_F(DataRepositoryTest, MarkAsReadWritesACopyUnderItsOwnId)
     ::testing::internal::CaptureStdout();
     repository.markNotificationAsRead("missing");
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Item Not Found!\n");
-    EXPECT_EQ(defaults().dictionaryRepresentation(), before);
+    EXPECT_EQ(defaults().dictionaryRepresentation(), before) << "nothing written";
 
     repository.markNotificationAsRead("1");
     EXPECT_EQ(repository.fetchNotification("1"), record("1", "unread", true));
@@ -81,21 +81,29 @@ TEST_F(DataRepositoryTest, MarkAsReadWritesACopyUnderItsOwnId)
     EXPECT_EQ(repository.fetchNotification("old"), record("other", "moved")) << "the old entry stays";
 }
 
-// The extension keeps rewriting one record while the app marks it as read: the read-then-write of
-// marking must never put back a version older than the last one written.
-TEST_F(DataRepositoryTest, MarkingBesideAnotherProcessNeverLosesItsWrite)
+// Extensions in several processes write records while the app marks one that they keep
+// rewriting: no write is lost, and the read-then-write of marking never puts back an older version.
+// Every process opens the store anew and reads the others' changes from the log they leave.
+TEST_F(DataRepositoryTest, ProcessesSideBySideLoseNoWrite)
 {
-    constexpr int versions = 300;
+    constexpr int versions = 200;
     repository.write(record("shared", "v0"));
     const std::string last = "v" + std::to_string(versions - 1);
     fexo::test::StartGate gate;
-    fexo::test::ForkedProcess writer([&] {
-        gate.pass();
-        auto own = makeRepository();
-        for (int v = 1; v < versions; ++v) own.write(record("shared", "v" + std::to_string(v)));
-        return 0;
-    });
-    fexo::test::ForkedProcess marker([&] {
+    std::vector<std::unique_ptr<fexo::test::ForkedProcess>> children;
+    for (int w = 0; w < 3; ++w) {
+        children.push_back(std::make_unique<fexo::test::ForkedProcess>([&, w] {
+            gate.pass();
+            auto own = makeRepository();
+            for (int v = 1; v < versions; ++v) {
+                own.write(record(std::to_string(w) + "." + std::to_string(v), std::string(v * 10, 'x')));
+                if (w == 0) own.write(record("shared", "v" + std::to_string(v)));
+                if (v % 5 == 0) own.deleteNotification(std::to_string(w) + "." + std::to_string(v));
+            }
+            return 0;
+        }));
+    }
+    children.push_back(std::make_unique<fexo::test::ForkedProcess>([&] {
         gate.pass();
         auto own = makeRepository();
         for (int round = 0; round < 20000; ++round) {
@@ -104,11 +112,12 @@ TEST_F(DataRepositoryTest, MarkingBesideAnotherProcessNeverLosesItsWrite)
             if (seen && seen->data->text == last && seen->isRead == true) return 0;
         }
         return 2;
-    });
+    }));
     gate.open();
-    EXPECT_EQ(writer.wait(60s), 0);
-    EXPECT_EQ(marker.wait(60s), 0);
+    for (auto& child : children) EXPECT_EQ(child->wait(60s), 0);
     EXPECT_EQ(repository.fetchNotification("shared"), record("shared", last, true));
+    EXPECT_EQ(repository.fetchAllNotifications().size(), 1u + 3 * (versions - 1 - (versions - 1) / 5));
+    EXPECT_EQ(repository.fetchNotification("2.199"), record("2.199", std::string(1990, 'x')));
 }
 
 } // namespace

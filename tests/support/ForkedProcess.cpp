@@ -10,30 +10,6 @@
 
 namespace fexo::test {
 
-StartGate::StartGate()
-{
-    if (::pipe(fds_) != 0) throw std::runtime_error("pipe failed");
-}
-
-StartGate::~StartGate()
-{
-    for (int fd : fds_) ::close(fd);
-}
-
-void StartGate::pass()
-{
-    open();
-    char byte = 0;
-    while (::read(fds_[0], &byte, 1) < 0 && errno == EINTR) {
-    }
-}
-
-void StartGate::open()
-{
-    ::close(fds_[1]);
-    fds_[1] = -1;
-}
-
 ForkedProcess::ForkedProcess(const std::function<int()>& body)
 {
     if ((pid_ = ::fork()) < 0) throw std::runtime_error("fork failed");
@@ -55,11 +31,6 @@ ForkedProcess::~ForkedProcess()
     ::close(pidDescriptor_);
 }
 
-void ForkedProcess::kill()
-{
-    if (!status_) ::kill(pid_, SIGKILL);
-}
-
 std::optional<int> ForkedProcess::wait(std::chrono::milliseconds limit)
 {
     if (status_) return status_;
@@ -67,7 +38,7 @@ std::optional<int> ForkedProcess::wait(std::chrono::milliseconds limit)
     int ready = 0;
     while ((ready = ::poll(&entry, 1, static_cast<int>(limit.count()))) < 0 && errno == EINTR) {
     }
-    if (ready <= 0) kill();
+    if (ready <= 0) ::kill(pid_, SIGKILL);
     int raw = 0;
     while (::waitpid(pid_, &raw, 0) < 0 && errno == EINTR) {
     }
