@@ -1,7 +1,5 @@
 #pragma once
 
-#include <FeXOPlatform/Export.hpp>
-
 #include <cstddef>
 #include <filesystem>
 #include <string>
@@ -11,8 +9,9 @@
 namespace fexo {
 
 // Checking and repairing a suite's store by hand, for a store that reads refuse because SQLite
-// reports it damaged. Both work on the suite's files directly and never end the process.
-class FEXO_EXPORT UserDefaultsRepair {
+// reports it damaged. Both work on the suite's files directly and never end the process. For the
+// tool; not exported by the shared library.
+class UserDefaultsRepair {
 public:
     struct Check {
         std::filesystem::path databasePath;
