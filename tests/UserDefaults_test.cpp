@@ -75,7 +75,7 @@ TEST_F(UserDefaultsTest, EveryKindRoundTripsExactlyUnderItsFixedStoredNumber)
 }
 
 // Links may stand anywhere above the suite (home folders often are links), never in the suite.
-TEST_F(UserDefaultsTest, SuiteNamesAndLinksDecideWhatOpens)
+TEST_F(UserDefaultsTest, SuiteNamesLinksAndTheEnvironmentDecideWhereAStoreOpens)
 {
     for (const std::string& name : {std::string(), std::string("."), std::string(".."), std::string("a/b"), std::string("a\0b", 3)}) {
         EXPECT_EQ(UserDefaults::open(name), nullptr) << name;
@@ -96,6 +96,14 @@ TEST_F(UserDefaultsTest, SuiteNamesAndLinksDecideWhatOpens)
     ASSERT_TRUE(linked && linked->setData("x", "k")) << "dots beyond the two special names are a name, and the root may be a link";
     EXPECT_EQ(UserDefaults::open("...")->dataForKey("k"), "x");
     const auto container = directory.path() / "real/root/missing/...";
+    ::unsetenv("FEXO_APP_GROUPS_DIR");
+    ::setenv("XDG_DATA_HOME", (directory.path() / "xdg").c_str(), 1);
+    EXPECT_EQ(UserDefaults::open(suite)->databasePath(), directory.path() / "xdg/fexo/app-groups" / suite / "defaults.sqlite");
+    ::unsetenv("XDG_DATA_HOME");
+    const std::string home = std::getenv("HOME");
+    ::setenv("HOME", directory.path().c_str(), 1);
+    EXPECT_EQ(UserDefaults::open(suite)->databasePath(), directory.path() / ".local/share/fexo/app-groups" / suite / "defaults.sqlite");
+    ::setenv("HOME", home.c_str(), 1);
     for (const auto& name : {"..", ".", "defaults.sqlite", "defaults.sqlite-wal", "defaults.sqlite-shm"}) {
         struct stat status {};
         EXPECT_EQ(::stat((container / name).c_str(), &status) == 0 ? status.st_mode & 0777 : 0, name[0] == '.' ? 0700u : 0600u) << name;
