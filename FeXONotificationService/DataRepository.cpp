@@ -1,19 +1,8 @@
 #include <FeXONotificationService/DataRepository.hpp>
 
-#include <FeXOPlatform/FatalError.hpp>
 #include <FeXOPlatform/StandardOutput.hpp>
 
 namespace fexo {
-
-namespace {
-
-[[noreturn]] void storeNotWritten(const UserDefaults& defaults)
-{
-    fatalError("APP save New ID NotificationService with error The app group store \"" + defaults.suiteName() +
-               "\" could not be written.");
-}
-
-} // namespace
 
 DataRepository::DataRepository(std::shared_ptr<DataStorage> dataStorage) : dataStorage_(std::move(dataStorage)) {}
 
@@ -45,28 +34,31 @@ void DataRepository::deleteAllNotifications()
     const bool done = defaults.performExclusively([&] {
         for (const auto& stored : defaults.keysWithPrefix(keyPrefix)) defaults.removeObjectForKey(stored);
     });
-    if (!done) storeNotWritten(defaults);
+    if (!done) reportUnwrittenChange(defaults);
 }
 
 void DataRepository::deleteNotification(std::string_view id)
 {
     auto& defaults = dataStorage_->userDefaults();
-    if (!defaults.removeObjectForKey(key(id))) storeNotWritten(defaults);
+    if (!defaults.removeObjectForKey(key(id))) reportUnwrittenChange(defaults);
 }
 
 void DataRepository::markNotificationAsRead(std::string_view id)
 {
     auto& defaults = dataStorage_->userDefaults();
+    bool began = false;
     bool found = false;
     const bool done = defaults.performExclusively([&] {
+        began = true;
         auto record = dataStorage_->load(key(id));
         if (!record) return;
         found = true;
         record->isRead = true;
         write(*record);
     });
-    if (!done) storeNotWritten(defaults);
-    if (!found) printLine("Item Not Found!");
+    // The store's changes are written at commit, so a refusal shows here, not in write().
+    if (!done && (found || !began)) reportUnwrittenChange(defaults);
+    if (began && !found) printLine("Item Not Found!");
 }
 
 } // namespace fexo

@@ -10,15 +10,18 @@
 namespace fexo {
 
 // Whole records stored as JSON bytes under string keys of the app group's shared store. Key
-// naming belongs to the caller. No operation reports an error: a store that cannot be opened or
-// written, or a record that cannot be encoded or decoded, ends the process.
+// naming belongs to the caller. No operation reports an error. A store that cannot be opened or
+// read, or a record that cannot be encoded or decoded, ends the process. A store that refuses a
+// write (no space, no permission, a damaged file) costs only that change: see
+// reportUnwrittenChange().
 class FEXO_EXPORT DataStorage {
 public:
     virtual ~DataStorage();
 
     // The opened store, opened on first use; the reference stays valid for this object's life.
     virtual UserDefaults& userDefaults() = 0;
-    // Replaces whatever was stored under `key`; the record is on disk when this returns.
+    // Replaces whatever was stored under `key`; the record is on disk when this returns, unless
+    // the store refused the write, which leaves the store as it was and is reported as below.
     virtual void save(const Response& response, std::string_view key) = 0;
     // The record under `key`; nothing when no value or a value of another kind is stored there.
     virtual std::optional<Response> load(std::string_view key) = 0;
@@ -27,5 +30,11 @@ public:
     // prefixed keys one by one; implementations may read them in one pass.
     virtual std::vector<Response> loadAll(std::string_view keyPrefix);
 };
+
+// Leaves one line on standard error saying that `store` refused a change and why, for a write
+// that returned false. The caller goes on as if the change had not been asked for: a record the
+// store cannot take must not cost the user the notification it came with. Standard output is
+// kept for the fixed diagnostics.
+void reportUnwrittenChange(const UserDefaults& store);
 
 } // namespace fexo

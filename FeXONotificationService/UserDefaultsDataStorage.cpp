@@ -44,10 +44,8 @@ void UserDefaultsDataStorage::save(const Response& response, std::string_view ke
     } catch (const EncodingError& error) {
         fatalError(savePrefix + error.localizedDescription());
     }
-    // A write that returned must not be lost, so a store that refuses it ends the process.
-    if (!userDefaults().setData(bytes, key)) {
-        fatalError(savePrefix + "The app group store \"" + userDefaults().suiteName() + "\" could not be written.");
-    }
+    auto& store = userDefaults();
+    if (!store.setData(bytes, key)) reportUnwrittenChange(store);
 }
 
 std::optional<Response> UserDefaultsDataStorage::load(std::string_view key)

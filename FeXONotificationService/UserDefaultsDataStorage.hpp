@@ -14,8 +14,10 @@ namespace fexo {
 // Threads: safe to use from several threads at once; concurrent first uses open the store once.
 // Fatal errors, each ending the process:
 //   "App Group Not Found " + appGroup                                  the suite cannot be opened
-//   "APP save New ID NotificationService with error " + localized text  encoding or writing fails
+//   "APP save New ID NotificationService with error " + localized text  a record cannot be encoded
 //   "APP load New ID NotificationService with error " + description     stored bytes do not decode
+//   a message naming the database file                                 the store cannot be read
+// A write the store refuses is not fatal: see reportUnwrittenChange().
 class UserDefaultsDataStorage final : public DataStorage {
 public:
     UserDefaultsDataStorage() = default;

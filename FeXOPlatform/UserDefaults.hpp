@@ -15,6 +15,8 @@
 
 namespace fexo {
 
+class StoreConnection;
+
 // A persistent key/value store shared by every process of one app group: the suite
 // `<root>/<suite>/defaults.sqlite`, where root is $FEXO_APP_GROUPS_DIR, else
 // $XDG_DATA_HOME/fexo/app-groups, else ~/.local/share/fexo/app-groups (the environment is read
@@ -26,15 +28,21 @@ namespace fexo {
 // Processes never lose each other's changes; a read followed by a write that must not be
 // interleaved with other writers goes through performExclusively().
 //
+// Failures: readers tell absence from failure. A read that cannot be completed (a damaged file,
+// a lock that other processes hold past about half a minute) ends the process with a message
+// naming the database file; it never reads as an absent key or a shorter store. Writers report
+// failure as false and change nothing.
+//
 // Threads: an object may be used from any number of threads at once; calls are serialised on
 // the object's one connection. Do not carry an object across fork(): the child opens its own.
 class FEXO_EXPORT UserDefaults {
 public:
     // The suite's store, created on first use with folders 0700 and files 0600; nothing when the
-    // name is empty, ".", "..", contains '/' or NUL, or the store cannot be created or opened.
+    // name is empty, ".", "..", contains '/' or NUL, the suite's folder or files are symbolic links,
+    // or the store cannot be created or opened. The root and its ancestors may be links.
     static std::shared_ptr<UserDefaults> open(std::string_view suiteName);
-    // The folder that holds the suite's files, by the environment as it stands now; nothing for
-    // a name that cannot be a suite.
+    // The folder that holds the suite's files, by the environment as it stands now (links in the
+    // root not resolved); nothing for a name that cannot be a suite.
     static std::optional<std::filesystem::path> containerPath(std::string_view suiteName);
 
     ~UserDefaults();
@@ -42,6 +50,7 @@ public:
     UserDefaults& operator=(const UserDefaults&) = delete;
 
     const std::string& suiteName() const { return suiteName_; }
+    // The database file, under the root's resolved path.
     const std::filesystem::path& databasePath() const { return databasePath_; }
 
     // Writers replace whatever the suite held under `key`. They return false only when the
@@ -51,6 +60,8 @@ public:
     bool setData(std::string_view bytes, std::string_view key);
     // Removing an absent key succeeds and changes nothing. The registration domain is untouched.
     bool removeObjectForKey(std::string_view key);
+    // SQLite's words for why the latest writer (or performExclusively) that returned false failed.
+    std::string lastWriteFailure() const;
 
     // The suite's value, else the registered default, else nothing.
     std::optional<PropertyListValue> object(std::string_view key) const;
@@ -78,14 +89,12 @@ public:
     bool performExclusively(const std::function<void()>& body);
 
 private:
-    struct Connection;
-
-    UserDefaults(std::string suiteName, std::filesystem::path databasePath, std::unique_ptr<Connection> connection);
+    UserDefaults(std::string suiteName, std::filesystem::path databasePath, std::unique_ptr<StoreConnection> connection);
 
     std::string suiteName_;
     std::filesystem::path databasePath_;
     mutable std::recursive_mutex mutex_;
-    std::unique_ptr<Connection> connection_;
+    std::unique_ptr<StoreConnection> connection_;
     PropertyListValue::Dictionary registered_;
 };
 

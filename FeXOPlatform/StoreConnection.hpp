@@ -1,0 +1,96 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace fexo {
+
+// One open store: its prepared statements and its write transactions. Not thread-safe; the
+// owner serialises every call (UserDefaults holds a mutex around each).
+//
+// Reads tell absence from failure: a read that SQLite cannot complete, because the file is
+// damaged or other processes hold the lock past every wait, ends the process with a message that
+// names the file, so that a damaged store is never taken for a shorter one. Writes report
+// failure as false and keep SQLite's reason in lastFailure().
+class StoreConnection {
+public:
+    // The statements each connection prepares once, on first use, and keeps.
+    enum class Statement : std::size_t {
+        select,
+        upsert,
+        remove,
+        selectAll,
+        keysInRange,
+        keysFrom,
+        dataInRange,
+        dataFrom,
+        begin,
+        commit,
+        rollback,
+        count
+    };
+
+    // Takes ownership of `database`, opened on `path`.
+    StoreConnection(sqlite3* database, std::filesystem::path path);
+    ~StoreConnection();
+    StoreConnection(const StoreConnection&) = delete;
+    StoreConnection& operator=(const StoreConnection&) = delete;
+
+    // A cached statement, reset and unbound when the guard goes away.
+    class Use {
+    public:
+        Use(StoreConnection& connection, sqlite3_stmt* statement) : connection_(connection), statement_(statement) {}
+        ~Use();
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+        sqlite3_stmt* get() const { return statement_; }
+        explicit operator bool() const { return statement_ != nullptr; }
+
+        // Steps a read: true with a row, false at its end. Waits out busy locks as writes do;
+        // any other outcome ends the process (see the class comment).
+        bool nextRow();
+        // Runs a write to its end; false when it failed, which inside a transaction dooms it.
+        bool run();
+
+    private:
+        StoreConnection& connection_;
+        sqlite3_stmt* statement_;
+        bool stepped_ = false;
+    };
+
+    // The statement for a write; an empty guard when it cannot be prepared (run() then fails).
+    Use use(Statement which);
+    // The statement for a read; a statement that cannot be prepared ends the process.
+    Use read(Statement which);
+
+    // Runs `body` as one write transaction; see UserDefaults::performExclusively().
+    bool performExclusively(const std::function<void()>& body);
+
+    // SQLite's words for the latest write that failed.
+    const std::string& lastFailure() const { return lastFailure_; }
+    sqlite3* database() const { return database_; }
+
+private:
+    sqlite3_stmt* prepared(Statement which);
+    bool runStatement(Statement which);
+    // Steps a write to SQLITE_DONE, trying again while other processes keep the lock.
+    bool stepToEnd(sqlite3_stmt* statement);
+    [[noreturn]] void readFailed() const;
+    void noteFailure();
+
+    sqlite3* database_;
+    std::filesystem::path path_;
+    std::array<sqlite3_stmt*, static_cast<std::size_t>(Statement::count)> statements_{};
+    // Depth of performExclusively() calls on the owning thread; writes inside one join it.
+    int transactionDepth_ = 0;
+    bool transactionFailed_ = false;
+    std::string lastFailure_;
+};
+
+} // namespace fexo

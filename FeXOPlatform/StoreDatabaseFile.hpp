@@ -1,0 +1,32 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+struct sqlite3;
+
+namespace fexo {
+
+// Opening a store's database file and bringing it to the shape every connection expects.
+
+struct StoreDatabaseCloser {
+    void operator()(sqlite3* database) const;
+};
+using StoreDatabase = std::unique_ptr<sqlite3, StoreDatabaseCloser>;
+
+// The file opened read-write, never created, never through a symbolic link, with the busy
+// timeout set; nothing when it cannot be opened.
+StoreDatabase openStoreDatabase(const std::filesystem::path& path);
+
+// Brings an opened database to WAL mode, synchronous FULL, with the table in place. Converting
+// to WAL needs every other connection gone, which is why new files are made ready before they
+// are published.
+bool configureStoreDatabase(sqlite3* database);
+
+// Makes sure the database file exists, mode 0600, already configured, so that processes opening
+// the suite at once never race to convert it. A new file is prepared under a private name and
+// published with link(), which fails harmlessly when another process won. False when the path
+// holds anything but a regular file, or the file cannot be made.
+bool publishStoreDatabase(const std::filesystem::path& path);
+
+} // namespace fexo

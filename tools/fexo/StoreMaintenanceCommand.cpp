@@ -1,0 +1,68 @@
+#include <fexo/Commands.hpp>
+
+#include <FeXONotificationService/ServiceConfiguration.hpp>
+#include <FeXOPlatform/NSException.hpp>
+#include <FeXOPlatform/UserDefaultsRepair.hpp>
+
+#include <iostream>
+#include <optional>
+
+namespace fexo::tool {
+
+namespace {
+
+std::optional<std::string> configuredAppGroup(const ToolOptions& options)
+{
+    options.apply();
+    try {
+        return sharedConfiguration().appGroup;
+    } catch (const NSException& exception) {
+        std::cerr << "fexo: " << exception.name() << ": " << exception.reason() << std::endl;
+        return std::nullopt;
+    }
+}
+
+int check(const ToolOptions& options)
+{
+    const auto appGroup = configuredAppGroup(options);
+    if (!appGroup) return 1;
+    const auto result = UserDefaultsRepair::check(*appGroup);
+    if (result.problems.empty()) {
+        std::cout << result.databasePath.string() << ": ok" << std::endl;
+        return 0;
+    }
+    std::cerr << "fexo: the store " << result.databasePath.string() << " is damaged:\n";
+    for (const auto& problem : result.problems) std::cerr << "  " << problem << '\n';
+    std::cerr << "Run `fexo store repair` to save what can still be read." << std::endl;
+    return 1;
+}
+
+int repair(const ToolOptions& options)
+{
+    const auto appGroup = configuredAppGroup(options);
+    if (!appGroup) return 1;
+    const auto outcome = UserDefaultsRepair::repair(*appGroup);
+    if (!outcome.failure.empty()) {
+        std::cerr << "fexo: could not repair " << outcome.databasePath.string() << ": " << outcome.failure << std::endl;
+        return 1;
+    }
+    std::cout << "Saved " << outcome.saved << (outcome.saved == 1 ? " key" : " keys") << ", lost " << outcome.lost
+              << (outcome.unlistedKeysLost ? ", and the keys on the unreadable pages, whose number cannot be known" : "") << ".\n"
+              << "The damaged files are kept as " << outcome.damagedPath.string() << std::endl;
+    return 0;
+}
+
+} // namespace
+
+void addStoreMaintenanceCommand(CLI::App& app, const ToolOptions& options, int& exitCode)
+{
+    auto* store = app.add_subcommand("store", "Check or repair the app group's store");
+    store->require_subcommand(1);
+    store->add_subcommand("check", "Run an integrity check of the store; exit 1 with what is wrong")
+        ->callback([&options, &exitCode] { exitCode = check(options); });
+    store->add_subcommand("repair",
+                          "Copy every key that can still be read into a fresh store, keeping the damaged files aside")
+        ->callback([&options, &exitCode] { exitCode = repair(options); });
+}
+
+} // namespace fexo::tool
