@@ -30,6 +30,7 @@
 #include <map>
 #include <random>
 #include <semaphore>
+#include <set>
 
 namespace {
 
@@ -403,6 +404,8 @@ TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates
     std::vector<std::atomic<int>> calls(count);
     std::mutex mutex;
     std::map<std::string, int> outcomes;
+    std::set<std::thread::id> threads;
+    std::atomic<bool> running{false}, overlapped{false};
     std::vector<std::string> mismatches;
     std::counting_semaphore<16> window(16);
     fexo::NetworkingService network;
@@ -411,12 +414,15 @@ TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates
         ASSERT_TRUE(window.try_acquire_for(patience)) << "no completion for " << patience.count() << " s";
         const Plan& plan = plans[i];
         auto completion = [&, i](fexo::Result<fexo::Response> result) {
+            if (running.exchange(true)) overlapped = true;
             const std::string got = outcomeOf(result, plans[i].record);
             std::lock_guard lock(mutex);
+            threads.insert(std::this_thread::get_id());
             if (++calls[i] == 1) ++outcomes[std::string(names[static_cast<std::size_t>(plans[i].fault)]) + " " + got];
             if (got != std::to_string(expectedOutcome(plans[i])))
                 mismatches.push_back("request " + std::to_string(i) + " (" + names[static_cast<std::size_t>(plans[i].fault)] +
                                      ", status " + std::to_string(plans[i].status) + "): got " + got);
+            running = false;
             window.release();
         };
         const std::string token = "fault-" + std::to_string(i) + ".";
@@ -438,6 +444,8 @@ TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates
     ASSERT_TRUE(fexo::URLSession::shared().waitUntilIdle(patience));
 
     for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(calls[i].load(), 1) << "request " << i;
+    EXPECT_FALSE(overlapped) << "completions ran at the same time";
+    EXPECT_TRUE(threads.size() == 1 && !threads.count(std::this_thread::get_id())) << "not one session thread";
     for (const auto& mismatch : mismatches) ADD_FAILURE() << mismatch;
     std::string report = "seed " + std::to_string(seed) + ", " + std::to_string(count) + " requests, outcome per fault:";
     for (const auto& [outcome, number] : outcomes) report += " [" + outcome + "] " + std::to_string(number);

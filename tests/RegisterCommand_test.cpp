@@ -28,15 +28,10 @@ TEST(RegisterCommand, TheDevelopmentServerAcceptsAndKeepsTheRegistration)
 
     const json kept = sandbox.registrations();
     ASSERT_EQ(kept.size(), 1u) << kept;
-    EXPECT_EQ(kept[0]["deviceId"], "device-1");
-    EXPECT_EQ(kept[0]["registrationId"], "token-1");
-    EXPECT_EQ(kept[0]["pushNotificationProvider"], 2);
-    EXPECT_EQ(kept[0]["appId"], sandbox.values().bundleId);
-    EXPECT_EQ(kept[0]["osType"], "iOS");
-    EXPECT_EQ(kept[0]["imeI1"], "111");
-    EXPECT_EQ(kept[0]["imeI2"], "222");
-    EXPECT_EQ(kept[0]["mobileNumber"], "+15550100");
-    EXPECT_EQ(kept[0]["data"], "");
+    const json expected{{"deviceId", "device-1"}, {"registrationId", "token-1"}, {"pushNotificationProvider", 2},
+                        {"appId", sandbox.values().bundleId}, {"osType", "iOS"}, {"imeI1", "111"}, {"imeI2", "222"},
+                        {"mobileNumber", "+15550100"}, {"data", ""}};
+    for (const auto& [key, value] : expected.items()) EXPECT_EQ(kept[0][key], value) << key;
 }
 
 TEST(RegisterCommand, TheAnswersBodyDecidesNotItsStatus)
