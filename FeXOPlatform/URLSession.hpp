@@ -21,10 +21,24 @@ namespace fexo {
 //
 // Behaviour of every transfer: one attempt, no cache, no cookies; keep-alive connections
 // are reused (HTTP/2 multiplexing where the server offers it), at most
-// maximumConnectionsPerHost at once per host; redirects are followed up to 16 hops, never
-// from https to http (301, 302 and 303 turn a POST into a GET without body, 307 and 308
-// repeat it with its body); the request's timeoutInterval is an idle time-out; TLS peers
-// and host names are always verified.
+// maximumConnectionsPerHost at once per host; the request's timeoutInterval is an idle
+// time-out and the configuration's timeoutIntervalForResource a total deadline; the decoded
+// body is limited to the configuration's maximumBodyLength; TLS peers and host names are
+// always verified; the environment's proxy settings (http_proxy, https_proxy, no_proxy) hold.
+//
+// Redirects (301, 302, 303, 307, 308) are followed only within the request's origin (scheme,
+// host and port alike), so its header fields, credentials among them, never reach another
+// origin. 301 and 302 turn a POST into a GET without body, 303 turns any method but HEAD into
+// one, 307 and 308 repeat the request as it was. After 16 followed redirects the next one
+// fails the task with URLError::httpTooManyRedirects (-1007). A redirect to another origin is
+// not followed: its 3xx answer, body and all, is the task's answer.
+//
+// Failures of a task that are not the network's:
+// - a header field that cannot be sent as it stands (an empty name, a name holding ':', a
+//   name or value holding CR, LF or NUL) fails the task with URLError::badURL (-1000) before
+//   anything is sent; it is never dropped or altered;
+// - memory that runs out while a transfer is set up or its answer is read fails that task
+//   with URLError::unknown (-1); it never escapes as an exception.
 class FEXO_EXPORT URLSession {
 public:
     // Called exactly once per started task, on the session's thread, never inside the call
@@ -39,6 +53,11 @@ public:
     // stopped before the TLS library is torn down, and tasks still in flight then are
     // dropped without their completions.
     static URLSession& shared();
+
+    // Replaces the shared session's configuration. Only before its first task is resumed:
+    // true when the configuration was taken, false (nothing changes) once the shared
+    // session has started. Any thread.
+    static bool setSharedConfiguration(URLSessionConfiguration configuration);
 
     // A session of its own. Destroying it cancels the tasks still in flight: each completes
     // with URLError cancelled on the session's thread before the destructor returns. It must

@@ -44,11 +44,8 @@ TEST_F(EndpointTest, BothEndpointsArePostsWithTheThreeHeadersDifferingOnlyInPath
     }
     EXPECT_EQ(content.httpBody(), info.payload());
     EXPECT_EQ(registration.httpBody(), device().payload());
-    auto body = fexo::JSONDecoder::parse(content.httpBody().value_or(""));
-    EXPECT_EQ(body, (nlohmann::json{{"recipientId", "recipient-7"}, {"registrationId", "registration-9"}}));
-
-    // Each read builds a new, equal request.
-    EXPECT_EQ(Endpoint::notificationContent(info).urlRequest(), content);
+    EXPECT_EQ(fexo::JSONDecoder::parse(content.httpBody().value_or("")),
+              (nlohmann::json{{"recipientId", "recipient-7"}, {"registrationId", "registration-9"}}));
 }
 
 TEST_F(EndpointTest, BaseURLIsConcatenatedWithThePathAsItStands)
@@ -59,9 +56,8 @@ TEST_F(EndpointTest, BaseURLIsConcatenatedWithThePathAsItStands)
         {"http://127.0.0.1:8080", "http://127.0.0.1:8080/api/Registration/RegisterNewDevice"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.base);
         configure(c.base);
-        EXPECT_EQ(Endpoint::registerNewDevice(device()).urlRequest().url().absoluteString(), c.expected);
+        EXPECT_EQ(Endpoint::registerNewDevice(device()).urlRequest().url().absoluteString(), c.expected) << c.base;
     }
 }
 
@@ -82,7 +78,6 @@ using EndpointDeathTest = EndpointTest;
 TEST_F(EndpointDeathTest, BaseURLThatFormsNoURLEndsTheProcess)
 {
     for (const char* base : {"https://api.exa mple.com", "api.example.com", "https://api.example.com:99999"}) {
-        SCOPED_TRACE(base);
         configure(base);
         EXPECT_DEATH((void)Endpoint::notificationContent({"r", "g"}).urlRequest(), "Fatal error");
     }

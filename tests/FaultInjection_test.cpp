@@ -1,4 +1,4 @@
-// A seeded random run of several hundred requests against a loopback server that misbehaves on
+// A seeded random run of several hundred requests against loopback servers that misbehave on
 // purpose. Each request's fault is chosen before it is sent, so its outcome is known: a URLError
 // code, a DecodingError, or success with exactly the record that was answered. Every completion
 // must run exactly once.
@@ -27,20 +27,10 @@
 #include <unistd.h>
 
 #include <array>
-#include <cctype>
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <cstdio>
-#include <cstdlib>
 #include <map>
-#include <mutex>
 #include <random>
 #include <semaphore>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
+#include <set>
 
 namespace {
 
@@ -48,43 +38,43 @@ using namespace std::chrono_literals;
 using fexo::URLError;
 
 constexpr auto patience = 30s;
+constexpr double totalDeadline = 10.0; // the shared session's resource timeout in this run: slow builds need the room
 
-enum class Fault {
-    refused,        // nothing listens on the port
-    closedAtAccept, // the connection is closed before anything is read
-    resetMidBody,   // headers and half the body, then a TCP reset
-    stalled,        // the request is read, then nothing (or only the headers) ever comes
-    truncated,      // the body ends before its Content-Length, or inside a chunk
-    dripped,        // a valid record, one byte per write
-    garbageBody,    // 200 with 1 MiB of random bytes as the body
-    garbageAnswer,  // 1 MiB of random bytes in place of an HTTP answer
-    validStatus,    // any status with a valid record as the body
-    invalidStatus,  // any status with a body that is not a record
-};
-constexpr std::size_t faultKinds = 10;
-
-const char* name(Fault fault)
-{
-    static constexpr std::array<const char*, faultKinds> names{
-        "refused", "closedAtAccept", "resetMidBody", "stalled", "truncated",
-        "dripped", "garbageBody",    "garbageAnswer", "validStatus", "invalidStatus"};
-    return names[static_cast<std::size_t>(fault)];
-}
+#define FAULTS(X)                                                                                                     \
+    X(refused, 3)        /* nothing listens on the port */                                                            \
+    X(closedAtAccept, 3) /* the connection is closed before anything is read */                                       \
+    X(resetMidBody, 5)   /* headers and half the body, then a TCP reset */                                            \
+    X(stalled, 1)        /* silence after the request (or after the headers) */                                       \
+    X(truncated, 5)      /* the body ends before its Content-Length, or inside a chunk */                             \
+    X(dripped, 3)        /* a valid record, one byte per write */                                                     \
+    X(endlessDrip, 1)    /* a byte every 100 ms, forever: only the total deadline ends it */                          \
+    X(endlessBody, 2)    /* chunked, or HTTP/1.0 without a length, forever */                                         \
+    X(gzipBomb, 2)       /* a few KiB of gzip that inflate to 2 MiB */                                                \
+    X(garbageBody, 3)    /* 200 with exactly 1 MiB of random bytes as the body */                                     \
+    X(garbageAnswer, 3)  /* 1 MiB of random bytes in place of an HTTP answer */                                       \
+    X(redirectSame, 4)   /* 30x within the origin (relative, absolute, "//"), or round in circles */                  \
+    X(redirectOther, 4)  /* 30x to another origin, its own body the record */                                         \
+    X(validStatus, 30)   /* any status with a valid record as the body */                                             \
+    X(invalidStatus, 27) /* any status with a body that is not a record */
+#define NAME(fault, weight) fault,
+enum class Fault { FAULTS(NAME) };
+#undef NAME
+#define TEXT(fault, weight) #fault,
+constexpr std::array names{FAULTS(TEXT)};
+#undef TEXT
+#define WEIGHT(fault, weight) weight,
+constexpr std::array weights{FAULTS(WEIGHT)};
+#undef WEIGHT
 
 // What one request is answered with, decided before it is sent.
 struct Plan {
     Fault fault = Fault::validStatus;
     int status = 200;
-    bool headersFirst = false; // stalled after the headers; truncated inside a chunk
+    bool variant = false; // which form of the fault
     bool throughProvider = false;
-    std::string body;          // the record or the invalid body
-    fexo::Response record;     // what a successful decode must yield
+    std::string body;      // the record or the invalid body
+    fexo::Response record; // what a successful decode must yield
 };
-
-std::string reasonPhrase(int status)
-{
-    return status < 200 ? "Info" : status < 400 ? "Fine" : "Trouble";
-}
 
 bool sendAll(int fd, std::string_view bytes)
 {
@@ -99,36 +89,42 @@ bool sendAll(int fd, std::string_view bytes)
 int listenOnLoopback()
 {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) throw std::runtime_error("socket");
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0;
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(fd, 128) != 0) {
-        ::close(fd);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || ::listen(fd, 128) != 0)
         throw std::runtime_error("bind/listen on 127.0.0.1");
-    }
     return fd;
 }
 
-int portOf(int fd)
+std::string randomBytes(std::size_t count, unsigned seed)
 {
-    sockaddr_in address{};
-    socklen_t length = sizeof address;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    return ntohs(address.sin_port);
+    std::mt19937 random(seed);
+    std::string bytes(count, '\0');
+    for (char& c : bytes) c = static_cast<char>(random() & 0xff);
+    bytes[0] = '\xff'; // never the start of JSON or of a status line
+    return bytes;
+}
+
+std::string answer(int status, const std::string& body, bool withBody = true)
+{
+    std::string text = "HTTP/1.1 " + std::to_string(status) + (status < 400 ? " Fine" : " Trouble") +
+                       "\r\nContent-Type: application/json\r\n";
+    if (withBody) text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+    return text + "\r\n" + (withBody ? body : "");
 }
 
 // A raw HTTP/1.1 server on 127.0.0.1 that answers each request by its plan, found through the
-// token "fault-<index>." in the request line or body. A second listener closes every connection
-// as soon as it is accepted. Each connection gets a thread; all are joined on destruction.
+// token "fault-<index>." in the request line or body. It listens on three ports, three origins:
+// the main one, a slow one (stalls and drips, so they hold no slot of the main origin), and one
+// that closes every connection at once. Each connection gets a thread; all are joined on
+// destruction.
 class FaultServer {
 public:
+    enum Port { main, slow, closing };
+
     explicit FaultServer(const std::vector<Plan>& plans) : plans_(plans)
     {
         if (::pipe2(stopPipe_, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
-        listener_ = listenOnLoopback();
-        closer_ = listenOnLoopback();
+        for (int& fd : listeners_) fd = listenOnLoopback();
         acceptor_ = std::thread([this] { acceptLoop(); });
     }
 
@@ -137,36 +133,40 @@ public:
         ::close(stopPipe_[1]); // every poll below sees the read end become readable
         acceptor_.join();
         for (auto& worker : workers_) worker.join();
-        ::close(listener_);
-        ::close(closer_);
+        for (int fd : listeners_) ::close(fd);
         ::close(stopPipe_[0]);
     }
 
-    int port() const { return portOf(listener_); }
-    int closingPort() const { return portOf(closer_); }
+    std::string url(Port port) const
+    {
+        sockaddr_in address{};
+        socklen_t length = sizeof address;
+        ::getsockname(listeners_[port], reinterpret_cast<sockaddr*>(&address), &length);
+        return "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    }
 
 private:
     // Waits until `fd` is readable; false when the server stops or `limit` passes.
     bool waitReadable(int fd, std::chrono::milliseconds limit) const
     {
         pollfd fds[2] = {{fd, POLLIN, 0}, {stopPipe_[0], POLLIN, 0}};
-        if (::poll(fds, 2, static_cast<int>(limit.count())) <= 0) return false;
-        return fds[1].revents == 0 && fds[0].revents != 0;
+        return ::poll(fds, 2, static_cast<int>(limit.count())) > 0 && fds[1].revents == 0;
     }
 
     void acceptLoop()
     {
         for (;;) {
-            pollfd fds[3] = {{listener_, POLLIN, 0}, {closer_, POLLIN, 0}, {stopPipe_[0], POLLIN, 0}};
-            if (::poll(fds, 3, -1) < 0) continue;
-            if (fds[2].revents) return;
-            if (fds[1].revents) {
-                const int fd = ::accept4(closer_, nullptr, nullptr, SOCK_CLOEXEC);
-                if (fd >= 0) ::close(fd);
-            }
-            if (fds[0].revents) {
-                const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-                if (fd < 0) continue;
+            pollfd fds[4] = {{listeners_[0], POLLIN, 0}, {listeners_[1], POLLIN, 0}, {listeners_[2], POLLIN, 0},
+                             {stopPipe_[0], POLLIN, 0}};
+            if (::poll(fds, 4, -1) < 0) continue;
+            if (fds[3].revents) return;
+            for (int port : {main, slow, closing}) {
+                if (!fds[port].revents) continue;
+                const int fd = ::accept4(listeners_[port], nullptr, nullptr, SOCK_CLOEXEC);
+                if (fd < 0 || port == closing) {
+                    if (fd >= 0) ::close(fd);
+                    continue;
+                }
                 const int one = 1;
                 ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
                 workers_.emplace_back([this, fd] {
@@ -184,8 +184,7 @@ private:
         std::size_t headEnd = std::string::npos;
         std::size_t wanted = 0;
         char buffer[16384];
-        for (;;) {
-            if (headEnd != std::string::npos && request.size() >= headEnd + 4 + wanted) return request;
+        while (headEnd == std::string::npos || request.size() < headEnd + 4 + wanted) {
             if (!waitReadable(fd, 10s)) return {};
             const ssize_t got = ::recv(fd, buffer, sizeof buffer, 0);
             if (got <= 0) return {};
@@ -197,82 +196,58 @@ private:
                     wanted = std::strtoul(head.c_str() + at + 17, nullptr, 10);
             }
         }
-    }
-
-    const Plan* planFor(const std::string& request) const
-    {
-        const auto at = request.find("fault-");
-        if (at == std::string::npos) return nullptr;
-        const std::size_t index = std::strtoul(request.c_str() + at + 6, nullptr, 10);
-        return index < plans_.size() ? &plans_[index] : nullptr;
-    }
-
-    static std::string answer(int status, const std::string& body, bool withBody = true)
-    {
-        std::string text = "HTTP/1.1 " + std::to_string(status) + " " + reasonPhrase(status) + "\r\n";
-        text += "Content-Type: application/json\r\n";
-        if (withBody) text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
-        text += "\r\n";
-        if (withBody) text += body;
-        return text;
-    }
-
-    static std::string randomBytes(std::size_t count, unsigned seed)
-    {
-        std::mt19937 random(seed);
-        std::string bytes(count, '\0');
-        for (char& c : bytes) c = static_cast<char>(random() & 0xff);
-        bytes[0] = '\xff'; // never the start of JSON or of a status line
-        return bytes;
+        return request;
     }
 
     // Serves requests on one connection until a fault ends it or the peer leaves.
     void serve(int fd) const
     {
-        for (;;) {
-            const std::string request = readRequest(fd);
-            if (request.empty()) return;
-            const Plan* plan = planFor(request);
-            if (!plan) {
-                sendAll(fd, answer(404, "{}"));
-                continue;
-            }
-            const std::string& body = plan->body;
-            switch (plan->fault) {
+        for (std::string request; !(request = readRequest(fd)).empty();) {
+            const auto at = request.find("fault-");
+            const std::size_t index = at == std::string::npos ? plans_.size() : std::strtoul(&request[at + 6], nullptr, 10);
+            if (index >= plans_.size()) return;
+            const Plan& plan = plans_[index];
+            const std::string& body = plan.body;
+            const std::string path = request.substr(request.find(' ') + 1, request.find(" HTTP/") - request.find(' ') - 1);
+            switch (plan.fault) {
             case Fault::refused:
             case Fault::closedAtAccept:
-                return; // never reaches this listener
+            case Fault::gzipBomb:
+                return; // never reach this server
             case Fault::resetMidBody: {
-                std::string text = answer(200, body);
+                const std::string text = answer(200, body);
                 sendAll(fd, text.substr(0, text.size() - body.size() / 2));
                 const linger reset{1, 0};
                 ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
                 return;
             }
             case Fault::stalled:
-                if (plan->headersFirst) sendAll(fd, "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{\"id\":");
-                // Held open, silent, until the client gives up and closes.
-                while (waitReadable(fd, 10s)) {
+                if (plan.variant) sendAll(fd, "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{\"id\":");
+                while (waitReadable(fd, 10s)) { // silent until the client gives up and closes
                     char sink[256];
                     if (::recv(fd, sink, sizeof sink, 0) <= 0) return;
                 }
                 return;
-            case Fault::truncated:
-                if (plan->headersFirst) {
-                    sendAll(fd, "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n40\r\n" + body.substr(0, 10));
-                } else {
-                    std::string text = answer(200, body);
-                    text.insert(text.find("Content-Length: ") + 16, "1"); // ten times and more
-                    sendAll(fd, text);
-                }
+            case Fault::truncated: {
+                std::string text = answer(200, body);
+                text.insert(text.find("Content-Length: ") + 16, "1"); // ten times and more
+                sendAll(fd, plan.variant ? "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n40\r\n" + body.substr(0, 10)
+                                         : text);
                 ::shutdown(fd, SHUT_WR);
                 return;
+            }
             case Fault::dripped:
-                for (char c : answer(200, body)) {
+            case Fault::endlessDrip:
+                for (char c : answer(200, plan.fault == Fault::dripped ? body : body + std::string(1 << 20, ' '))) {
                     if (!sendAll(fd, std::string_view(&c, 1))) return;
-                    std::this_thread::sleep_for(200us);
+                    std::this_thread::sleep_for(plan.fault == Fault::dripped ? 200us : 100ms);
                 }
                 continue;
+            case Fault::endlessBody:
+                sendAll(fd, plan.variant ? "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" : "HTTP/1.0 200 OK\r\n\r\n");
+                while (sendAll(fd, plan.variant ? "4000\r\n" + std::string(0x4000, ' ') + "\r\n" : std::string(0x4000, ' '))) {
+                }
+                return;
             case Fault::garbageBody:
                 sendAll(fd, answer(200, randomBytes(1 << 20, static_cast<unsigned>(request.size()))));
                 continue;
@@ -280,13 +255,25 @@ private:
                 sendAll(fd, randomBytes(1 << 20, static_cast<unsigned>(request.size())));
                 ::shutdown(fd, SHUT_WR);
                 return;
+            case Fault::redirectSame:
+            case Fault::redirectOther:
+                if (path.find(".hop") == std::string::npos || plan.variant) {
+                    // The token rides in the query: a redirected POST may come back as a GET without body.
+                    const std::string hop = path.substr(0, path.find('?')) + "?fault-" + std::to_string(index) + ".hop";
+                    const std::string forms[] = {hop, url(main) + hop, "//" + url(main).substr(7) + hop,
+                                                 url(closing) + hop, "//" + url(closing).substr(7) + hop};
+                    const int form = plan.fault == Fault::redirectSame ? plan.status % 3 : 3 + plan.status % 2;
+                    sendAll(fd, "HTTP/1.1 " + std::to_string(plan.status) + " Moved\r\nLocation: " + forms[form] +
+                                    "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+                    continue;
+                }
+                [[fallthrough]];
             case Fault::validStatus:
             case Fault::invalidStatus:
-                if (plan->status < 200) {
-                    sendAll(fd, "HTTP/1.1 " + std::to_string(plan->status) + " Info\r\n\r\n" + answer(200, body));
-                } else {
-                    sendAll(fd, answer(plan->status, body, plan->status != 204 && plan->status != 304));
-                }
+                if (plan.status < 200)
+                    sendAll(fd, "HTTP/1.1 " + std::to_string(plan.status) + " Info\r\n\r\n" + answer(200, body));
+                else
+                    sendAll(fd, answer(plan.status, body, plan.status != 204 && plan.status != 304));
                 continue;
             }
         }
@@ -294,8 +281,7 @@ private:
 
     const std::vector<Plan>& plans_;
     int stopPipe_[2] = {-1, -1};
-    int listener_ = -1;
-    int closer_ = -1;
+    int listeners_[3] = {-1, -1, -1};
     std::thread acceptor_;
     std::vector<std::thread> workers_; // acceptor thread only, until it has been joined
 };
@@ -303,16 +289,14 @@ private:
 // One request of the run, sent by URL so that a plan can point anywhere, with its own timeout.
 class FaultRequest : public fexo::RequestProviding {
 public:
-    FaultRequest(std::string url, double timeout) : url_(std::move(url)), timeout_(timeout) {}
+    FaultRequest(std::string url, double timeout, bool compressed) : url_(std::move(url)), timeout_(timeout), compressed_(compressed) {}
 
     fexo::URLRequest urlRequest() const override
     {
-        auto url = fexo::URL::fromString(url_);
-        if (!url) throw std::invalid_argument(url_);
-        fexo::URLRequest request(*url, fexo::URLRequest::CachePolicy::reloadIgnoringLocalAndRemoteCacheData, timeout_);
+        fexo::URLRequest request(*fexo::URL::fromString(url_), fexo::URLRequest::CachePolicy::useProtocolCachePolicy, timeout_);
         request.setHTTPMethod("POST");
-        request.setValue("application/json", "Content-Type");
-        request.setValue("identity", "Accept-Encoding");
+        request.setAllHTTPHeaderFields({{"Content-Type", "application/json"}, {"client_secret", "secret"}});
+        request.setValue(compressed_ ? "gzip" : "identity", "Accept-Encoding");
         request.setHTTPBody("{}");
         return request;
     }
@@ -320,6 +304,7 @@ public:
 private:
     std::string url_;
     double timeout_;
+    bool compressed_;
 };
 
 struct ContentFetcher : fexo::NotificationContentProvider {
@@ -327,51 +312,40 @@ struct ContentFetcher : fexo::NotificationContentProvider {
     const fexo::Networking& network() const override { return service; }
 };
 
-const std::vector<std::string> invalidBodies{
-    "",
-    "not json",
-    "null",
-    "[]",
-    "[{\"id\":\"x\"}]",
-    "\"text\"",
-    "{\"id\":5}",
-    "{\"isRead\":\"yes\"}",
-    "{\"data\":{\"text\":true}}",
-    "{\"createdAt\":\"yesterday\"}",
-    "{\"id\":\"x\"",
-    "{\"id\":\"x\"} trailing",
-};
+const std::vector<std::string> invalidBodies{"",       "not json",   "null",         "[]",
+                                             "\"text\"", "{\"id\":5}", "{\"id\":\"x\"", "{\"data\":{\"text\":true}}"};
 
-// Builds `count` plans from `seed`. Stalls cost their timeout each, so only a handful.
+// Builds `count` plans from `seed`. Slow faults cost their time each, so only a handful.
 std::vector<Plan> makePlans(std::size_t count, unsigned seed)
 {
     std::mt19937 random(seed);
     auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
-    // Weights per kind, in enum order.
-    const std::array<int, faultKinds> weights{4, 4, 6, 1, 6, 4, 3, 3, 38, 31};
     std::discrete_distribution<int> pick(weights.begin(), weights.end());
     std::vector<Plan> plans(count);
-    int stalls = 0;
+    std::map<Fault, int> slow;
     for (std::size_t i = 0; i < count; ++i) {
         Plan& plan = plans[i];
         plan.fault = static_cast<Fault>(pick(random));
-        if (plan.fault == Fault::stalled && ++stalls > 6) plan.fault = Fault::validStatus;
-        plan.headersFirst = below(2) == 0;
-        // The library's own endpoint cannot reach another port and waits a minute on silence.
-        const bool providerCanCarry = plan.fault != Fault::refused && plan.fault != Fault::closedAtAccept &&
-                                      plan.fault != Fault::stalled;
-        plan.throughProvider = providerCanCarry && below(3) == 0;
+        if ((plan.fault == Fault::stalled || plan.fault == Fault::endlessDrip) && ++slow[plan.fault] > 4)
+            plan.fault = Fault::validStatus;
+        plan.variant = below(2) == 0;
+        // The library's own endpoint reaches only the main origin and waits a minute on silence.
+        plan.throughProvider = below(3) == 0 && (plan.fault == Fault::resetMidBody || plan.fault == Fault::truncated ||
+                                                 plan.fault == Fault::dripped || plan.fault >= Fault::garbageBody);
         do {
             plan.status = 100 + below(500);
         } while (plan.status == 101 || (plan.status > 103 && plan.status < 200));
+        if (plan.fault == Fault::redirectSame || plan.fault == Fault::redirectOther)
+            plan.status = std::array{301, 302, 303, 307, 308}[static_cast<std::size_t>(below(5))];
         std::optional<bool> isRead;
         if (int r = below(3); r < 2) isRead = r == 1;
-        plan.record = fexo::Response(fexo::Date(700000000.0 + below(1000000) / 8.0),
+        plan.record = fexo::Response(fexo::Date(700000000.0 + below(1000000)),
                                      fexo::NotificationData("text " + std::to_string(i) + " \u00e9\u6f22",
                                                             below(4) ? std::optional<std::string>("sender") : std::nullopt),
                                      std::nullopt, std::nullopt, "fault-" + std::to_string(i) + ".", isRead);
-        plan.body = plan.fault == Fault::invalidStatus ? invalidBodies[static_cast<std::size_t>(below(static_cast<int>(invalidBodies.size())))]
-                                                       : fexo::JSONEncoder::serialize(nlohmann::json(plan.record));
+        plan.body = plan.fault == Fault::invalidStatus
+                        ? invalidBodies[static_cast<std::size_t>(below(static_cast<int>(invalidBodies.size())))]
+                        : fexo::JSONEncoder::serialize(nlohmann::json(plan.record));
     }
     return plans;
 }
@@ -387,79 +361,68 @@ int expectedOutcome(const Plan& plan)
     case Fault::closedAtAccept:
     case Fault::resetMidBody:
     case Fault::truncated: return URLError::networkConnectionLost;
-    case Fault::stalled: return URLError::timedOut;
+    case Fault::stalled:
+    case Fault::endlessDrip: return URLError::timedOut;
+    case Fault::endlessBody:
+    case Fault::gzipBomb: return URLError::dataLengthExceedsMaximum;
     case Fault::garbageAnswer: return URLError::badServerResponse;
-    case Fault::dripped: return success;
+    case Fault::redirectSame: return plan.variant ? URLError::httpTooManyRedirects : success;
     case Fault::garbageBody:
     case Fault::invalidStatus: return decodingFailure;
     case Fault::validStatus: return plan.status == 204 || plan.status == 304 ? decodingFailure : success;
+    default: return success;
     }
-    return success;
+}
+
+std::string outcomeOf(const fexo::Result<fexo::Response>& result, const fexo::Response& record)
+{
+    if (result.isSuccess()) return result.value() == record ? "1" : "another record";
+    if (const auto* urlError = result.error().as<URLError>()) return std::to_string(urlError->code());
+    return result.error().as<fexo::DecodingError>() ? "0" : result.error().description();
 }
 
 TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates)
 {
-    const unsigned seed = [] {
-        const char* given = std::getenv("FEXO_FAULT_SEED");
-        return given ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : 20240611u;
-    }();
+    fexo::URLSessionConfiguration configuration;
+    configuration.timeoutIntervalForResource = totalDeadline;
+    ASSERT_TRUE(fexo::URLSession::setSharedConfiguration(configuration));
+
+    const char* givenSeed = std::getenv("FEXO_FAULT_SEED");
+    const unsigned seed = givenSeed ? static_cast<unsigned>(std::strtoul(givenSeed, nullptr, 10)) : 20240611u;
     constexpr std::size_t count = 600;
     const std::vector<Plan> plans = makePlans(count, seed);
     FaultServer server(plans);
-    const std::string base = "http://127.0.0.1:" + std::to_string(server.port());
-    const std::string closing = "http://127.0.0.1:" + std::to_string(server.closingPort());
+    fexo::test::LoopbackServer bombs; // compresses what the client accepts compressed
+    bombs.closeConnectionsAfterEachAnswer();
+    bombs.setHandler([](const httplib::Request&, httplib::Response& response) {
+        response.set_content(std::string(2 << 20, '0'), "application/json");
+    });
     const std::string nobody = "http://127.0.0.1:" + std::to_string(fexo::test::unusedLoopbackPort());
-
     fexo::test::TemporaryDirectory directory;
-    fexo::test::ConfigurationValues configuration;
-    configuration.baseURL = base;
-    fexo::test::installConfiguration(directory.path(), configuration);
+    fexo::test::installConfiguration(directory.path(), server.url(FaultServer::main));
 
     std::vector<std::atomic<int>> calls(count);
     std::mutex mutex;
-    std::condition_variable finished;
-    std::size_t completed = 0;
-    std::vector<std::string> mismatches;
     std::map<std::string, int> outcomes;
+    std::set<std::thread::id> threads;
+    std::atomic<bool> running{false}, overlapped{false};
+    std::vector<std::string> mismatches;
     std::counting_semaphore<16> window(16);
-
-    auto check = [&](std::size_t index, const fexo::Result<fexo::Response>& result) {
-        const Plan& plan = plans[index];
-        const int expected = expectedOutcome(plan);
-        std::string got;
-        bool right = false;
-        if (result.isSuccess()) {
-            got = "success";
-            right = expected == success && result.value() == plan.record;
-        } else if (const auto* urlError = result.error().as<URLError>()) {
-            got = "URLError " + std::to_string(urlError->code());
-            right = expected == urlError->code();
-        } else if (result.error().as<fexo::DecodingError>()) {
-            got = "DecodingError";
-            right = expected == decodingFailure;
-        } else {
-            got = "other error " + result.error().description();
-        }
-        const int call = ++calls[index];
-        std::lock_guard lock(mutex);
-        ++outcomes[got];
-        if (!right)
-            mismatches.push_back("request " + std::to_string(index) + " (" + name(plan.fault) + ", status " +
-                                 std::to_string(plan.status) + "): expected " + std::to_string(expected) + ", got " +
-                                 got);
-        if (call == 1) ++completed;
-        finished.notify_all();
-    };
-
     fexo::NetworkingService network;
     ContentFetcher provider;
-    std::array<int, faultKinds> injected{};
     for (std::size_t i = 0; i < count; ++i) {
         ASSERT_TRUE(window.try_acquire_for(patience)) << "no completion for " << patience.count() << " s";
         const Plan& plan = plans[i];
-        ++injected[static_cast<std::size_t>(plan.fault)];
         auto completion = [&, i](fexo::Result<fexo::Response> result) {
-            check(i, result);
+            if (running.exchange(true)) overlapped = true;
+            const std::string got = outcomeOf(result, plans[i].record);
+            std::lock_guard lock(mutex);
+            threads.insert(std::this_thread::get_id());
+            if (++calls[i] == 1) ++outcomes[std::string(names[static_cast<std::size_t>(plans[i].fault)]) + " " + got];
+            if (got != std::to_string(expectedOutcome(plans[i])))
+                mismatches.push_back("request " + std::to_string(i) + " (" + names[static_cast<std::size_t>(plans[i].fault)] +
+                                     ", status " + std::to_string(plans[i].status) + "): got " + got);
+            running = false;
             window.release();
         };
         const std::string token = "fault-" + std::to_string(i) + ".";
@@ -467,27 +430,24 @@ TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates
             provider.fetchNotificationContent(fexo::NotificationRequestInfo(token, "registration"), completion);
             continue;
         }
-        const std::string& host = plan.fault == Fault::refused          ? nobody
-                                  : plan.fault == Fault::closedAtAccept ? closing
-                                                                        : base;
-        network.request<fexo::Response>(FaultRequest(host + "/" + token, plan.fault == Fault::stalled ? 0.3 : 10.0),
-                                        completion);
+        const std::string host = plan.fault == Fault::refused          ? nobody
+                                 : plan.fault == Fault::closedAtAccept ? server.url(FaultServer::closing)
+                                 : plan.fault == Fault::gzipBomb       ? bombs.baseURL()
+                                 : plan.fault == Fault::stalled || plan.fault == Fault::endlessDrip
+                                     ? server.url(FaultServer::slow)
+                                     : server.url(FaultServer::main);
+        network.request<fexo::Response>(
+            FaultRequest(host + "/" + token, plan.fault == Fault::stalled ? 0.3 : 10.0, plan.fault == Fault::gzipBomb),
+            completion);
     }
-
-    {
-        std::unique_lock lock(mutex);
-        ASSERT_TRUE(finished.wait_for(lock, patience, [&] { return completed == count; }))
-            << completed << " of " << count << " completions ran";
-    }
+    for (int last = 0; last < 16; ++last) ASSERT_TRUE(window.try_acquire_for(patience)) << "completions missing";
     ASSERT_TRUE(fexo::URLSession::shared().waitUntilIdle(patience));
 
     for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(calls[i].load(), 1) << "request " << i;
+    EXPECT_FALSE(overlapped) << "completions ran at the same time";
+    EXPECT_TRUE(threads.size() == 1 && !threads.count(std::this_thread::get_id())) << "not one session thread";
     for (const auto& mismatch : mismatches) ADD_FAILURE() << mismatch;
-
-    std::string report = "seed " + std::to_string(seed) + ", " + std::to_string(count) + " requests;";
-    for (std::size_t kind = 0; kind < faultKinds; ++kind)
-        report += " " + std::string(name(static_cast<Fault>(kind))) + " " + std::to_string(injected[kind]);
-    report += "; completions " + std::to_string(completed) + ":";
+    std::string report = "seed " + std::to_string(seed) + ", " + std::to_string(count) + " requests, outcome per fault:";
     for (const auto& [outcome, number] : outcomes) report += " [" + outcome + "] " + std::to_string(number);
     std::printf("%s\n", report.c_str());
 }

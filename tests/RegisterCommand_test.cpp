@@ -28,15 +28,10 @@ TEST(RegisterCommand, TheDevelopmentServerAcceptsAndKeepsTheRegistration)
 
     const json kept = sandbox.registrations();
     ASSERT_EQ(kept.size(), 1u) << kept;
-    EXPECT_EQ(kept[0]["deviceId"], "device-1");
-    EXPECT_EQ(kept[0]["registrationId"], "token-1");
-    EXPECT_EQ(kept[0]["pushNotificationProvider"], 2);
-    EXPECT_EQ(kept[0]["appId"], sandbox.values().bundleId);
-    EXPECT_EQ(kept[0]["osType"], "iOS");
-    EXPECT_EQ(kept[0]["imeI1"], "111");
-    EXPECT_EQ(kept[0]["imeI2"], "222");
-    EXPECT_EQ(kept[0]["mobileNumber"], "+15550100");
-    EXPECT_EQ(kept[0]["data"], "");
+    const json expected{{"deviceId", "device-1"}, {"registrationId", "token-1"}, {"pushNotificationProvider", 2},
+                        {"appId", sandbox.values().bundleId}, {"osType", "iOS"}, {"imeI1", "111"}, {"imeI2", "222"},
+                        {"mobileNumber", "+15550100"}, {"data", ""}};
+    for (const auto& [key, value] : expected.items()) EXPECT_EQ(kept[0][key], value) << key;
 }
 
 TEST(RegisterCommand, TheAnswersBodyDecidesNotItsStatus)
@@ -74,14 +69,29 @@ TEST(RegisterCommand, TheAnswersBodyDecidesNotItsStatus)
     }
 }
 
-TEST(RegisterCommand, NoServerListeningExitsOneWithTheDescription)
+TEST(RegisterCommand, NoUsableAnswerExitsOneWithTheTransportsDescription)
 {
-    ToolSandbox sandbox(FEXO_TOOL_PATH);
-    sandbox.configure("http://127.0.0.1:" + std::to_string(fexo::test::unusedLoopbackPort()));
-    const auto result = sandbox.run(registration);
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_EQ(result.standardError, "fexo: Could not connect to the server.\n");
-    EXPECT_EQ(result.standardOutput, "");
+    LoopbackServer drip; // a byte every 100 ms, never idle, never done
+    drip.setHandler([](const httplib::Request&, httplib::Response& response) {
+        response.set_chunked_content_provider("application/json", [](size_t, httplib::DataSink& sink) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            return sink.write(" ", 1);
+        });
+    });
+    const struct { std::string baseURL; std::string standardError; } cases[] = {
+        {"http://127.0.0.1:" + std::to_string(fexo::test::unusedLoopbackPort()), "fexo: Could not connect to the server.\n"},
+        {drip.baseURL(), "fexo: The request timed out.\n"}, // the time limit ends the transfer itself
+    };
+    for (const auto& c : cases) {
+        ToolSandbox sandbox(FEXO_TOOL_PATH);
+        sandbox.configure(c.baseURL);
+        auto arguments = registration;
+        arguments.insert(arguments.end(), {"--time-limit", "1"});
+        const auto result = sandbox.run(arguments);
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(result.standardError, c.standardError);
+        EXPECT_EQ(result.standardOutput, "");
+    }
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <FeXONotificationService/FeXOService.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
+#include <FeXOPlatform/URLSession.hpp>
 
 #include <future>
 #include <iostream>
@@ -27,13 +28,19 @@ struct RegisterArguments {
 
 int registerDevice(const RegisterArguments& arguments)
 {
+    // The transfer itself ends at the time limit, however slowly the server drips its answer.
+    URLSessionConfiguration configuration;
+    configuration.timeoutIntervalForResource = arguments.timeLimitSeconds;
+    URLSession::setSharedConfiguration(configuration);
     // Shared with the completion, which may still run after a time limit has passed.
     auto outcome = std::make_shared<std::promise<Result<RegisterDeviceModel>>>();
     auto answer = outcome->get_future();
     FeXOService().registerDevice(arguments.token, arguments.deviceId, arguments.imeI1, arguments.imeI2,
                                  arguments.mobileNumber, arguments.provider,
                                  [outcome](Result<RegisterDeviceModel> result) { outcome->set_value(std::move(result)); });
-    if (answer.wait_for(timeLimitDuration(arguments.timeLimitSeconds)) != std::future_status::ready) {
+    // A moment beyond the limit, so that the transfer's own time-out is what is reported.
+    if (answer.wait_for(timeLimitDuration(arguments.timeLimitSeconds) + std::chrono::seconds(1)) !=
+        std::future_status::ready) {
         std::ostringstream seconds;
         seconds << arguments.timeLimitSeconds;
         reportProblem("no answer within " + seconds.str() + " seconds");
