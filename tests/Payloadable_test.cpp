@@ -44,15 +44,6 @@ TEST(RequestBodies, TextThatIsNotUTF8GivesNoBodyAndPrintsTheError)
     EXPECT_EQ(printed.back(), '\n');
 }
 
-TEST(PushProvider, RawValuesAreOneToThree)
-{
-    EXPECT_EQ(fexo::rawValue(PushProvider::FCM), 1);
-    EXPECT_EQ(fexo::rawValue(PushProvider::APNS), 2);
-    EXPECT_EQ(fexo::rawValue(PushProvider::pushWoosh), 3);
-    for (std::int64_t raw : {0, -1, 4, 100}) EXPECT_FALSE(fexo::pushProviderFromRawValue(raw)) << raw;
-    EXPECT_EQ(fexo::pushProviderFromRawValue(2), PushProvider::APNS);
-}
-
 TEST(RequestBodies, DecodingRequiresEveryKey)
 {
     const auto valid = nlohmann::json::parse(*DeviceInfo().payload());
