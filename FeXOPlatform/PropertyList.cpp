@@ -267,10 +267,13 @@ std::optional<PropertyListValue> PropertyList::readFile(const std::filesystem::p
 {
     std::ifstream file(path, std::ios::binary);
     if (!file) return std::nullopt;
-    std::string bytes(maximumSize + 1, '\0');
-    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (file.bad() || static_cast<std::size_t>(file.gcount()) > maximumSize) return std::nullopt;
-    bytes.resize(static_cast<std::size_t>(file.gcount()));
+    std::string bytes;
+    char chunk[16384];
+    while (file.read(chunk, sizeof chunk) || file.gcount() > 0) {
+        bytes.append(chunk, static_cast<std::size_t>(file.gcount()));
+        if (bytes.size() > maximumSize) return std::nullopt; // refused without reading on
+    }
+    if (file.bad()) return std::nullopt;
     return parse(bytes);
 }
 

@@ -23,13 +23,6 @@ AnyValue pushFor(AnyValue recipient)
                                          {"recipientId", std::move(recipient)}, {"registration_id", "token-1"}});
 }
 
-// A content whose mutable copy is not mutable content.
-class FrozenContent : public fexo::UNNotificationContent {
-public:
-    using UNNotificationContent::UNNotificationContent;
-    std::shared_ptr<UNNotificationContent> mutableCopy() const override { return std::make_shared<FrozenContent>(title(), body(), userInfo()); }
-};
-
 // What one push led to: the content handler's calls and what the library printed.
 struct Handled {
     std::atomic<int> calls{0};
@@ -94,14 +87,6 @@ TEST_F(ExtensionHandlerTest, AnAnswerRewritesTheContentStoresAFreshCopyAndDelive
     EXPECT_EQ(empty->content->title() + "|" + empty->content->body(), "|");
 }
 
-TEST_F(ExtensionHandlerTest, AFailedRequestPrintsTheErrorStoresNothingAndNeverDelivers)
-{
-    const auto handled = handle("this is not JSON", pushFor("u"));
-    EXPECT_EQ(handled->calls, 0);
-    EXPECT_EQ(handled->printed, "Notifications Content Error" "The data couldn\u2019t be read because it isn\u2019t in the correct format.\n");
-    EXPECT_TRUE(fexo::FeXOService().fetchAllNotifications().value().empty());
-}
-
 TEST_F(ExtensionHandlerTest, AnUndecodablePushIsPrintedAndStillAsksWithEmptyIdentifiers)
 {
     const std::pair<AnyValue, const char*> cases[] = {{pushFor(12), "typeMismatch"}, {AnyValue(AnyValue::Dictionary{{AnyValue(1), "x"}}), "NSCocoaErrorDomain"}};
@@ -111,12 +96,6 @@ TEST_F(ExtensionHandlerTest, AnUndecodablePushIsPrintedAndStillAsksWithEmptyIden
         EXPECT_NE(handled->printed.find(cases[i].second), std::string::npos) << handled->printed;
         EXPECT_EQ(requestBody(i), (nlohmann::json{{"recipientId", ""}, {"registrationId", ""}}));
     }
-}
-
-TEST_F(ExtensionHandlerTest, ContentThatCannotBeCopiedAsMutableIsLeftAlone)
-{
-    const auto handled = handle("{}", std::make_shared<FrozenContent>("t", "b", pushFor("u")));
-    EXPECT_EQ(handled->calls + handled->printed.size() + server.requests().size(), 0u);
 }
 
 } // namespace

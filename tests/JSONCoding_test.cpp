@@ -13,22 +13,6 @@ namespace {
 
 using fexo::DecodingError;
 
-TEST(JSONCoding, Int64AcceptsWholeNumbersInRangeOnly)
-{
-    const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
-        {"-9223372036854775808", INT64_MIN}, {"9223372036854775807", INT64_MAX}, {"5.0", 5}, {"9223372036854775808", {}},
-        {"5.5", {}}, {"1e300", {}}, {"\"5\"", {}}, {"true", {}},
-    };
-    for (const auto& [json, expected] : cases) {
-        std::int64_t out = 0;
-        if (expected) fexo::coding::decodeValue(fexo::JSONDecoder::parse(json), out);
-        EXPECT_EQ(out, expected.value_or(0)) << json;
-        if (!expected) {
-            EXPECT_THROW(fexo::coding::decodeValue(fexo::JSONDecoder::parse(json), out), DecodingError) << json;
-        }
-    }
-}
-
 // Every decoder of outside input (records, registration answers, push payloads, user-info)
 // shares the parse: malformed text, and anything but whitespace after the value, NUL included.
 TEST(JSONCoding, MalformedTextOrAnythingButWhitespaceAfterTheValueIsDataCorrupted)

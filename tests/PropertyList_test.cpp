@@ -96,8 +96,6 @@ TEST(PropertyList, DatesKeepTheirFractionAndFarDatesTheirRange)
     EXPECT_EQ(readBack(-1000000.75, Format::binary), -1000000.75);
     EXPECT_EQ(readBack(-1.5, Format::xml), -1.0); // whole seconds, cut toward zero
     EXPECT_NEAR(readBack(-1e300, Format::binary), -2147483648.999999, 2e-6);
-    EXPECT_EQ(readBack(-1e300, Format::xml), -2147483648.0);
-    EXPECT_NEAR(readBack(1e300, Format::binary), 2147483647.999999, 2e-6);
 }
 
 } // namespace
