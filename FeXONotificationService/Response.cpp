@@ -1,107 +1,226 @@
 #include <FeXONotificationService/Response.hpp>
 
-#include <rapidjson/document.h>
 #include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
 
+#include <charconv>
 #include <cmath>
 #include <cstring>
+#include <system_error>
 
 namespace fexo {
 
 namespace {
 
-using Document = rapidjson::GenericDocument<rapidjson::UTF8<>, rapidjson::MemoryPoolAllocator<>,
-                                            rapidjson::MemoryPoolAllocator<>>;
-using Value = Document::ValueType;
-
-// Strict RFC 8259 JSON, checked as UTF-8 throughout, without recursion (any depth is safe),
-// numbers correctly rounded. Everything in the text is read and checked, known keys or not.
+// Strict RFC 8259 JSON, checked as UTF-8 throughout, without recursion (any depth is safe).
+// Numbers come as their text and are converted here, correctly rounded, as the full decoder
+// converts them (RapidJSON's own conversion of large exponents is not exact).
 constexpr unsigned parseFlags =
-    rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag | rapidjson::kParseValidateEncodingFlag;
+    rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseValidateEncodingFlag;
 
-// Each reader below returns false to decline: the value is valid JSON but one that this reader
-// leaves to the full decoder, because it is of the wrong type (the full decoder then builds the
-// error and its path) or sits where the two readers could differ.
+enum class Kind { null, boolean, string, number };
+enum class Key { none, createdAt, data, errorCode, errorMessage, id, isRead, text, sender };
 
-bool readText(const Value& value, std::optional<std::string>& out)
+struct Fields {
+    std::optional<Date>& createdAt;
+    std::optional<NotificationData>& data;
+    std::optional<std::int64_t>& errorCode;
+    std::optional<std::string>& errorMessage;
+    std::optional<std::string>& id;
+    std::optional<bool>& isRead;
+};
+
+bool integral(std::string_view number)
 {
-    if (value.IsNull()) {
+    return number.find_first_of(".eE") == std::string_view::npos;
+}
+
+// The readers below return false to decline: the value is one this reader leaves to the full
+// decoder, because it is of the wrong type (the full decoder then builds the error and its path)
+// or sits where the two could differ (a negative zero, overflow, underflow, ...).
+
+bool readText(Kind kind, std::string_view text, std::optional<std::string>& out)
+{
+    if (kind == Kind::null) {
         out.reset();
         return true;
     }
-    if (!value.IsString()) return false;
-    const char* text = value.GetString();
-    const std::size_t length = value.GetStringLength();
-    // A lone low surrogate written as a \u escape comes out as the bytes of a surrogate, which
-    // the full decoder refuses.
-    for (const char* p = text; (p = static_cast<const char*>(std::memchr(p, '\xED', length - (p - text))));) {
-        if (++p == text + length || static_cast<unsigned char>(*p) >= 0xA0) return false;
-    }
-    out.emplace(text, length);
+    if (kind != Kind::string) return false;
+    out.emplace(text);
     return true;
 }
 
-bool readBool(const Value& value, std::optional<bool>& out)
+// A lone low surrogate written as a \u escape comes out as the bytes of a surrogate, which the
+// full decoder refuses wherever it stands, in a key or a value.
+bool holdsSurrogate(std::string_view text)
 {
-    if (value.IsNull()) out.reset();
-    else if (value.IsBool()) out = value.GetBool();
+    for (std::size_t at = text.find('\xED'); at != std::string_view::npos; at = text.find('\xED', at + 1)) {
+        if (at + 1 == text.size() || static_cast<unsigned char>(text[at + 1]) >= 0xA0) return true;
+    }
+    return false;
+}
+
+bool readDouble(std::string_view number, double& out)
+{
+    if (integral(number)) {
+        std::int64_t integer = 0;
+        const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), integer);
+        if (error == std::errc{} && end == number.data() + number.size()) {
+            out = static_cast<double>(integer); // "-0" is the integer 0
+            return true;
+        }
+        if (number.front() == '-') return false;
+        std::uint64_t unsignedInteger = 0;
+        const auto [uend, uerror] = std::from_chars(number.data(), number.data() + number.size(), unsignedInteger);
+        if (uerror == std::errc{} && uend == number.data() + number.size()) {
+            out = static_cast<double>(unsignedInteger);
+            return true;
+        }
+    }
+    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), out);
+    return error == std::errc{} && end == number.data() + number.size() && std::isfinite(out) && out != 0;
+}
+
+bool readDate(Kind kind, std::string_view number, std::optional<Date>& out)
+{
+    double seconds = 0;
+    if (kind == Kind::null) out.reset();
+    else if (kind == Kind::number && readDouble(number, seconds)) out = Date(seconds);
     else return false;
     return true;
 }
 
-// A double zero may be a negative zero or an underflow; the full decoder settles those.
-bool readDate(const Value& value, std::optional<Date>& out)
+bool readInt64(Kind kind, std::string_view number, std::optional<std::int64_t>& out)
 {
-    if (value.IsNull()) {
+    if (kind == Kind::null) {
         out.reset();
         return true;
     }
-    if (!value.IsNumber() || (value.IsDouble() && value.GetDouble() == 0)) return false;
-    out = Date(value.GetDouble());
-    return true;
-}
-
-bool readInt64(const Value& value, std::optional<std::int64_t>& out)
-{
-    if (value.IsNull()) {
-        out.reset();
+    if (kind != Kind::number) return false;
+    if (integral(number)) {
+        std::int64_t integer = 0;
+        const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), integer);
+        if (error != std::errc{} || end != number.data() + number.size()) return false;
+        out = integer;
         return true;
     }
-    if (value.IsInt64()) {
-        out = value.GetInt64();
-        return true;
-    }
-    if (!value.IsDouble()) return false; // a string, or an integer beyond Int64
-    const double real = value.GetDouble();
+    double real = 0;
+    if (!readDouble(number, real)) return false;
     if (std::trunc(real) != real || real < -9223372036854775808.0 || real >= 9223372036854775808.0) return false;
     out = static_cast<std::int64_t>(real);
     return true;
 }
 
-bool is(const Value& key, std::string_view name)
-{
-    return key.GetStringLength() == name.size() && std::memcmp(key.GetString(), name.data(), name.size()) == 0;
-}
+// Walks every event of the text. Of repeated keys the last counts, as in the full decoder: each
+// "data" object starts a new record. Containers under other keys are read (and so checked)
+// but ignored.
+class RecordReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, RecordReader> {
+public:
+    explicit RecordReader(Fields fields) : fields_(fields) {}
 
-// Of repeated keys the last counts, as in the full decoder: each "data" starts a new record.
-bool readData(const Value& value, std::optional<NotificationData>& out)
-{
-    if (value.IsNull()) {
-        out.reset();
+    bool Null() { return scalar(Kind::null, {}); }
+    bool Bool(bool value)
+    {
+        boolean_ = value;
+        return scalar(Kind::boolean, {});
+    }
+    bool String(const char* text, rapidjson::SizeType length, bool)
+    {
+        return !holdsSurrogate({text, length}) && scalar(Kind::string, {text, length});
+    }
+    // The full decoder refuses a number beyond a double's range wherever it stands, under any key.
+    bool RawNumber(const char* text, rapidjson::SizeType length, bool)
+    {
+        const std::string_view number(text, length);
+        double real = 0;
+        if ((!integral(number) || length > 18) && std::from_chars(text, text + length, real).ec != std::errc{}) return false;
+        return scalar(Kind::number, number);
+    }
+
+    bool Key(const char* text, rapidjson::SizeType length, bool)
+    {
+        const std::string_view name(text, length);
+        if (holdsSurrogate(name)) return false;
+        if (skipFrom_ != 0) return true;
+        if (depth_ == 1) {
+            key_ = name == "createdAt" ? Key::createdAt : name == "data" ? Key::data : name == "errorCode" ? Key::errorCode
+                 : name == "errorMessage" ? Key::errorMessage : name == "id" ? Key::id : name == "isRead" ? Key::isRead : Key::none;
+        } else {
+            key_ = name == "text" ? Key::text : name == "sender" ? Key::sender : Key::none;
+        }
         return true;
     }
-    if (!value.IsObject()) return false;
-    NotificationData data;
-    for (const auto& member : value.GetObject()) {
-        if (is(member.name, "text")) {
-            if (!readText(member.value, data.text)) return false;
-        } else if (is(member.name, "sender")) {
-            if (!readText(member.value, data.sender)) return false;
+
+    bool StartObject()
+    {
+        ++depth_;
+        if (skipFrom_ != 0 || depth_ == 1) return true;
+        if (depth_ == 2 && key_ == Key::data) {
+            data_ = NotificationData();
+            return true;
         }
+        return startIgnored();
     }
-    out = std::move(data);
-    return true;
-}
+    bool EndObject(rapidjson::SizeType)
+    {
+        if (skipFrom_ == 0 && depth_ == 2) fields_.data = std::move(data_);
+        return end();
+    }
+    bool StartArray()
+    {
+        ++depth_;
+        if (skipFrom_ != 0) return true;
+        return depth_ != 1 && startIgnored();
+    }
+    bool EndArray(rapidjson::SizeType) { return end(); }
+
+private:
+    // A container under a key of the record's own is of the wrong type; any other is ignored.
+    bool startIgnored()
+    {
+        if (key_ != Key::none) return false;
+        skipFrom_ = depth_;
+        return true;
+    }
+    bool end()
+    {
+        if (depth_ == skipFrom_) skipFrom_ = 0;
+        --depth_;
+        return true;
+    }
+
+    bool scalar(Kind kind, std::string_view text)
+    {
+        if (skipFrom_ != 0) return true;
+        if (depth_ == 0) return false; // the top level is not an object
+        switch (key_) {
+        case Key::none: return true;
+        case Key::createdAt: return readDate(kind, text, fields_.createdAt);
+        case Key::data:
+            if (kind != Kind::null) return false;
+            fields_.data.reset();
+            return true;
+        case Key::errorCode: return readInt64(kind, text, fields_.errorCode);
+        case Key::errorMessage: return readText(kind, text, fields_.errorMessage);
+        case Key::id: return readText(kind, text, fields_.id);
+        case Key::isRead:
+            if (kind == Kind::null) fields_.isRead.reset();
+            else if (kind == Kind::boolean) fields_.isRead = boolean_;
+            else return false;
+            return true;
+        case Key::text: return readText(kind, text, data_.text);
+        case Key::sender: return readText(kind, text, data_.sender);
+        }
+        return false;
+    }
+
+    Fields fields_;
+    NotificationData data_;
+    enum Key key_ = Key::none;
+    int depth_ = 0;
+    int skipFrom_ = 0; // depth of the ignored container being read, 0 when none
+    bool boolean_ = false;
+};
 
 } // namespace
 
@@ -141,31 +260,13 @@ bool fastDecode(std::string_view json, Response& value)
     // left to the full decoder, which refuses it.
     if (json.empty() || std::memchr(json.data(), '\0', json.size()) != nullptr) return false;
 
-    // Small records are parsed without touching the heap.
-    char valueBuffer[4096];
-    char stackBuffer[1024];
-    rapidjson::MemoryPoolAllocator<> valueAllocator(valueBuffer, sizeof valueBuffer);
-    rapidjson::MemoryPoolAllocator<> stackAllocator(stackBuffer, sizeof stackBuffer);
-    Document document(&valueAllocator, sizeof stackBuffer, &stackAllocator);
-    document.Parse<parseFlags>(json.data(), json.size());
-    if (document.HasParseError() || !document.IsObject()) return false;
-
     // Filled in place: an absent key leaves its field empty, as in from_json. On false the
     // record is left part-filled, which the contract allows.
     value = Response();
-    for (const auto& member : document.GetObject()) {
-        const Value& key = member.name;
-        const Value& field = member.value;
-        bool read = true;
-        if (is(key, "createdAt")) read = readDate(field, value.createdAt_);
-        else if (is(key, "data")) read = readData(field, value.data);
-        else if (is(key, "errorCode")) read = readInt64(field, value.errorCode_);
-        else if (is(key, "errorMessage")) read = readText(field, value.errorMessage_);
-        else if (is(key, "id")) read = readText(field, value.id);
-        else if (is(key, "isRead")) read = readBool(field, value.isRead);
-        if (!read) return false;
-    }
-    return true;
+    RecordReader reader(Fields{value.createdAt_, value.data, value.errorCode_, value.errorMessage_, value.id, value.isRead});
+    rapidjson::MemoryStream stream(json.data(), json.size());
+    rapidjson::Reader parser;
+    return !parser.Parse<parseFlags>(stream, reader).IsError();
 }
 
 } // namespace fexo
