@@ -1,8 +1,10 @@
 #include <FeXONotificationService/Response.hpp>
 
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+
 #include <charconv>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
 #include <system_error>
 
@@ -10,311 +12,214 @@ namespace fexo {
 
 namespace {
 
-// A strict single-pass reader of the record's one JSON form. Every function here returns false
-// to decline: either the text is not valid JSON, or it is valid but not something this reader
-// settles with certainty (an unknown key, a \u escape, a value of the wrong type, a number at
-// the edge of its range, ...). Only the full decoder decides failures. What is accepted must be
-// exactly what from_json yields through the full decoder, so the grammar checks below are as
-// strict as the full decoder's: nothing passes here that it would refuse.
-class Scanner {
+// Strict RFC 8259 JSON, checked as UTF-8 throughout, without recursion (any depth is safe).
+// Numbers come as their text and are converted here, correctly rounded, as the full decoder
+// converts them (RapidJSON's own conversion of large exponents is not exact).
+constexpr unsigned parseFlags =
+    rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseValidateEncodingFlag;
+
+enum class Kind { null, boolean, string, number };
+enum class Key { none, createdAt, data, errorCode, errorMessage, id, isRead, text, sender };
+
+struct Fields {
+    std::optional<Date>& createdAt;
+    std::optional<NotificationData>& data;
+    std::optional<std::int64_t>& errorCode;
+    std::optional<std::string>& errorMessage;
+    std::optional<std::string>& id;
+    std::optional<bool>& isRead;
+};
+
+bool integral(std::string_view number)
+{
+    return number.find_first_of(".eE") == std::string_view::npos;
+}
+
+// The readers below return false to decline: the value is one this reader leaves to the full
+// decoder, because it is of the wrong type (the full decoder then builds the error and its path)
+// or sits where the two could differ (a negative zero, overflow, underflow, ...).
+
+bool readText(Kind kind, std::string_view text, std::optional<std::string>& out)
+{
+    if (kind == Kind::null) {
+        out.reset();
+        return true;
+    }
+    if (kind != Kind::string) return false;
+    out.emplace(text);
+    return true;
+}
+
+// A lone low surrogate written as a \u escape comes out as the bytes of a surrogate, which the
+// full decoder refuses wherever it stands, in a key or a value.
+bool holdsSurrogate(std::string_view text)
+{
+    for (std::size_t at = text.find('\xED'); at != std::string_view::npos; at = text.find('\xED', at + 1)) {
+        if (at + 1 == text.size() || static_cast<unsigned char>(text[at + 1]) >= 0xA0) return true;
+    }
+    return false;
+}
+
+bool readDouble(std::string_view number, double& out)
+{
+    if (integral(number)) {
+        std::int64_t integer = 0;
+        const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), integer);
+        if (error == std::errc{} && end == number.data() + number.size()) {
+            out = static_cast<double>(integer); // "-0" is the integer 0
+            return true;
+        }
+        if (number.front() == '-') return false;
+        std::uint64_t unsignedInteger = 0;
+        const auto [uend, uerror] = std::from_chars(number.data(), number.data() + number.size(), unsignedInteger);
+        if (uerror == std::errc{} && uend == number.data() + number.size()) {
+            out = static_cast<double>(unsignedInteger);
+            return true;
+        }
+    }
+    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), out);
+    return error == std::errc{} && end == number.data() + number.size() && std::isfinite(out) && out != 0;
+}
+
+bool readDate(Kind kind, std::string_view number, std::optional<Date>& out)
+{
+    double seconds = 0;
+    if (kind == Kind::null) out.reset();
+    else if (kind == Kind::number && readDouble(number, seconds)) out = Date(seconds);
+    else return false;
+    return true;
+}
+
+bool readInt64(Kind kind, std::string_view number, std::optional<std::int64_t>& out)
+{
+    if (kind == Kind::null) {
+        out.reset();
+        return true;
+    }
+    if (kind != Kind::number) return false;
+    if (integral(number)) {
+        std::int64_t integer = 0;
+        const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), integer);
+        if (error != std::errc{} || end != number.data() + number.size()) return false;
+        out = integer;
+        return true;
+    }
+    double real = 0;
+    if (!readDouble(number, real)) return false;
+    if (std::trunc(real) != real || real < -9223372036854775808.0 || real >= 9223372036854775808.0) return false;
+    out = static_cast<std::int64_t>(real);
+    return true;
+}
+
+// Walks every event of the text. Of repeated keys the last counts, as in the full decoder: each
+// "data" object starts a new record. Containers under other keys are read (and so checked)
+// but ignored.
+class RecordReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, RecordReader> {
 public:
-    explicit Scanner(std::string_view text)
-        : p_(text.data()), end_(text.data() + text.size())
+    explicit RecordReader(Fields fields) : fields_(fields) {}
+
+    bool Null() { return scalar(Kind::null, {}); }
+    bool Bool(bool value)
     {
+        boolean_ = value;
+        return scalar(Kind::boolean, {});
     }
-
-    void skipWhitespace()
+    bool String(const char* text, rapidjson::SizeType length, bool)
     {
-        while (p_ != end_ && (*p_ == ' ' || *p_ == '\n' || *p_ == '\r' || *p_ == '\t')) ++p_;
+        return !holdsSurrogate({text, length}) && scalar(Kind::string, {text, length});
     }
-
-    bool consume(char c)
+    // The full decoder refuses a number beyond a double's range wherever it stands, under any key.
+    bool RawNumber(const char* text, rapidjson::SizeType length, bool)
     {
-        if (p_ == end_ || *p_ != c) return false;
-        ++p_;
-        return true;
-    }
-
-    bool atEnd() const { return p_ == end_; }
-    bool next(char c) const { return p_ != end_ && *p_ == c; }
-
-    enum class Key { createdAt, data, errorCode, errorMessage, id, isRead, text, sender, unknown };
-
-    // A key after its opening quote, up to and past its closing quote. Only the record's own
-    // keys are recognised, matched with their closing quote; as they are plain ASCII, a key
-    // spelled with an escape or holding anything else is unknown and declined unread.
-    Key readKey()
-    {
-        if (p_ == end_) return Key::unknown;
-        switch (*p_) {
-        case 'c': return match("createdAt\"", Key::createdAt);
-        case 'd': return match("data\"", Key::data);
-        case 'e': {
-            const Key key = match("errorCode\"", Key::errorCode);
-            return key != Key::unknown ? key : match("errorMessage\"", Key::errorMessage);
-        }
-        case 'i': {
-            const Key key = match("id\"", Key::id);
-            return key != Key::unknown ? key : match("isRead\"", Key::isRead);
-        }
-        case 't': return match("text\"", Key::text);
-        case 's': return match("sender\"", Key::sender);
-        default: return Key::unknown;
-        }
-    }
-
-    // "null" sets `out` empty; a string sets it; anything else declines.
-    bool readString(std::optional<std::string>& out)
-    {
-        if (readNull()) {
-            out.reset();
-            return true;
-        }
-        if (!consume('"')) return false;
-        if (!out) out.emplace();
-        return readStringBody(*out);
-    }
-
-    bool readBool(std::optional<bool>& out)
-    {
-        if (readNull()) out.reset();
-        else if (readLiteral("true")) out = true;
-        else if (readLiteral("false")) out = false;
-        else return false;
-        return true;
-    }
-
-    // Any JSON number, read as the full decoder reads it into a double: the correctly rounded
-    // value of the decimal text, whether it was written as an integer or not. A negative zero is
-    // declined: "-0" reads as the integer 0 there, "-0.0" as the double -0.0.
-    bool readDate(std::optional<Date>& out)
-    {
-        if (readNull()) {
-            out.reset();
-            return true;
-        }
-        Number number;
-        double seconds = 0;
-        if (!readNumber(number) || !toDouble(number, seconds)) return false;
-        if (seconds == 0 && number.negative) return false;
-        out = Date(seconds);
-        return true;
-    }
-
-    // An integer written as one must fit exactly; a number with a fraction or an exponent goes
-    // through a double first and must hold a whole value below 2^63 in magnitude, as in the full
-    // decoder (so "1.0" and "1e3" are integers there too).
-    bool readInt64(std::optional<std::int64_t>& out)
-    {
-        if (readNull()) {
-            out.reset();
-            return true;
-        }
-        Number number;
-        if (!readNumber(number)) return false;
-        if (number.integral) {
-            std::int64_t integer = 0;
-            const auto [ptr, ec] = std::from_chars(number.begin, number.end, integer);
-            if (ec != std::errc{} || ptr != number.end) return false;
-            out = integer;
-            return true;
-        }
+        const std::string_view number(text, length);
         double real = 0;
-        if (!toDouble(number, real)) return false;
-        if (std::trunc(real) != real || real < -9223372036854775808.0 || real >= 9223372036854775808.0) return false;
-        out = static_cast<std::int64_t>(real);
+        if ((!integral(number) || length > 18) && std::from_chars(text, text + length, real).ec != std::errc{}) return false;
+        return scalar(Kind::number, number);
+    }
+
+    bool Key(const char* text, rapidjson::SizeType length, bool)
+    {
+        const std::string_view name(text, length);
+        if (holdsSurrogate(name)) return false;
+        if (skipFrom_ != 0) return true;
+        if (depth_ == 1) {
+            key_ = name == "createdAt" ? Key::createdAt : name == "data" ? Key::data : name == "errorCode" ? Key::errorCode
+                 : name == "errorMessage" ? Key::errorMessage : name == "id" ? Key::id : name == "isRead" ? Key::isRead : Key::none;
+        } else {
+            key_ = name == "text" ? Key::text : name == "sender" ? Key::sender : Key::none;
+        }
         return true;
     }
 
-    // The "data" object: a new NotificationData each time, so that of repeated "data" keys the
-    // last one alone counts, as do the last of repeated "text" and "sender" keys inside it.
-    bool readData(std::optional<NotificationData>& out)
+    bool StartObject()
     {
-        if (readNull()) {
-            out.reset();
+        ++depth_;
+        if (skipFrom_ != 0 || depth_ == 1) return true;
+        if (depth_ == 2 && key_ == Key::data) {
+            data_ = NotificationData();
             return true;
         }
-        if (!consume('{')) return false;
-        NotificationData data;
-        skipWhitespace();
-        if (!consume('}')) {
-            while (true) {
-                if (!consume('"')) return false;
-                const Key key = readKey();
-                skipWhitespace();
-                if (!consume(':')) return false;
-                skipWhitespace();
-                if (key == Key::text) {
-                    if (!readString(data.text)) return false;
-                } else if (key == Key::sender) {
-                    if (!readString(data.sender)) return false;
-                } else {
-                    return false;
-                }
-                skipWhitespace();
-                if (consume('}')) break;
-                if (!consume(',')) return false;
-                skipWhitespace();
-            }
-        }
-        out = std::move(data);
-        return true;
+        return startIgnored();
     }
+    bool EndObject(rapidjson::SizeType)
+    {
+        if (skipFrom_ == 0 && depth_ == 2) fields_.data = std::move(data_);
+        return end();
+    }
+    bool StartArray()
+    {
+        ++depth_;
+        if (skipFrom_ != 0) return true;
+        return depth_ != 1 && startIgnored();
+    }
+    bool EndArray(rapidjson::SizeType) { return end(); }
 
 private:
-    struct Number {
-        const char* begin = nullptr;
-        const char* end = nullptr;
-        bool negative = false;
-        bool integral = true; // no fraction and no exponent
-    };
-
-    static bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-    void skipDigits()
+    // A container under a key of the record's own is of the wrong type; any other is ignored.
+    bool startIgnored()
     {
-        while (p_ != end_ && isDigit(*p_)) ++p_;
+        if (key_ != Key::none) return false;
+        skipFrom_ = depth_;
+        return true;
     }
-
-    // -?(0|[1-9][0-9]*)(\.[0-9]+)?([eE][+-]?[0-9]+)? and nothing else: no "+1", ".5", "1.",
-    // "01" (the 1 after the 0 is left for the caller, which finds no separator there).
-    bool readNumber(Number& number)
+    bool end()
     {
-        number.begin = p_;
-        number.negative = consume('-');
-        if (p_ == end_) return false;
-        if (*p_ == '0') {
-            ++p_;
-        } else if (isDigit(*p_)) {
-            skipDigits();
-        } else {
-            return false;
-        }
-        if (consume('.')) {
-            number.integral = false;
-            if (p_ == end_ || !isDigit(*p_)) return false;
-            skipDigits();
-        }
-        if (consume('e') || consume('E')) {
-            number.integral = false;
-            if (!consume('+')) consume('-');
-            if (p_ == end_ || !isDigit(*p_)) return false;
-            skipDigits();
-        }
-        number.end = p_;
+        if (depth_ == skipFrom_) skipFrom_ = 0;
+        --depth_;
         return true;
     }
 
-    // Correctly rounded; overflow, and underflow below the smallest subnormal, are declined.
-    static bool toDouble(const Number& number, double& out)
+    bool scalar(Kind kind, std::string_view text)
     {
-        const auto [ptr, ec] = std::from_chars(number.begin, number.end, out);
-        return ec == std::errc{} && ptr == number.end && std::isfinite(out);
-    }
-
-    bool readLiteral(std::string_view literal)
-    {
-        if (static_cast<std::size_t>(end_ - p_) < literal.size() ||
-            std::memcmp(p_, literal.data(), literal.size()) != 0) {
-            return false;
-        }
-        p_ += literal.size();
-        return true;
-    }
-
-    bool readNull() { return next('n') && readLiteral("null"); }
-
-    Key match(std::string_view quotedName, Key key)
-    {
-        return readLiteral(quotedName) ? key : Key::unknown;
-    }
-
-    // The length of the well-formed UTF-8 sequence of two to four bytes at `p`, 0 for anything
-    // else: overlong forms, surrogates, code points above U+10FFFF and cut-off sequences.
-    static std::size_t utf8SequenceLength(const unsigned char* p, const unsigned char* end)
-    {
-        const auto left = static_cast<std::size_t>(end - p);
-        const auto continuation = [](unsigned char b) { return b >= 0x80 && b <= 0xBF; };
-        const unsigned char lead = p[0];
-        if (lead >= 0xC2 && lead <= 0xDF) return left >= 2 && continuation(p[1]) ? 2 : 0;
-        if (lead >= 0xE0 && lead <= 0xEF) {
-            if (left < 3) return 0;
-            const unsigned char low = lead == 0xE0 ? 0xA0 : 0x80;
-            const unsigned char high = lead == 0xED ? 0x9F : 0xBF;
-            return p[1] >= low && p[1] <= high && continuation(p[2]) ? 3 : 0;
-        }
-        if (lead >= 0xF0 && lead <= 0xF4) {
-            if (left < 4) return 0;
-            const unsigned char low = lead == 0xF0 ? 0x90 : 0x80;
-            const unsigned char high = lead == 0xF4 ? 0x8F : 0xBF;
-            return p[1] >= low && p[1] <= high && continuation(p[2]) && continuation(p[3]) ? 4 : 0;
-        }
-        return 0;
-    }
-
-    // Whether all eight bytes at `p` are printable ASCII other than '"' and '\\', the bytes
-    // that need no further look; tested together as one word.
-    static bool plainBytes(const unsigned char* p)
-    {
-        constexpr std::uint64_t ones = 0x0101010101010101;
-        constexpr std::uint64_t highs = 0x8080808080808080;
-        std::uint64_t word = 0;
-        std::memcpy(&word, p, sizeof word);
-        const auto hasZeroByte = [](std::uint64_t v) { return ((v - ones) & ~v & highs) != 0; };
-        const bool special = (word & highs) != 0 || ((word - 0x20 * ones) & ~word & highs) != 0 ||
-                             hasZeroByte(word ^ ('"' * ones)) || hasZeroByte(word ^ ('\\' * ones));
-        return !special;
-    }
-
-    // The rest of a string after its opening quote, into `out` (cleared first). Runs of plain
-    // bytes are appended whole; the short escapes are decoded; \u escapes are declined.
-    bool readStringBody(std::string& out)
-    {
-        out.clear();
-        const auto* q = reinterpret_cast<const unsigned char*>(p_);
-        const auto* const end = reinterpret_cast<const unsigned char*>(end_);
-        const auto* run = q;
-        const auto flush = [&] { out.append(reinterpret_cast<const char*>(run), static_cast<std::size_t>(q - run)); };
-        while (q != end) {
-            if (end - q >= 8 && plainBytes(q)) {
-                q += 8;
-                continue;
-            }
-            const unsigned char byte = *q;
-            if (byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\') {
-                ++q;
-            } else if (byte == '"') {
-                flush();
-                p_ = reinterpret_cast<const char*>(q + 1);
-                return true;
-            } else if (byte == '\\') {
-                flush();
-                if (++q == end) return false;
-                switch (*q) {
-                case '"': out.push_back('"'); break;
-                case '\\': out.push_back('\\'); break;
-                case '/': out.push_back('/'); break;
-                case 'b': out.push_back('\b'); break;
-                case 'f': out.push_back('\f'); break;
-                case 'n': out.push_back('\n'); break;
-                case 'r': out.push_back('\r'); break;
-                case 't': out.push_back('\t'); break;
-                default: return false;
-                }
-                run = ++q;
-            } else if (byte < 0x20) {
-                return false;
-            } else {
-                const std::size_t length = utf8SequenceLength(q, end);
-                if (length == 0) return false;
-                q += length;
-            }
+        if (skipFrom_ != 0) return true;
+        if (depth_ == 0) return false; // the top level is not an object
+        switch (key_) {
+        case Key::none: return true;
+        case Key::createdAt: return readDate(kind, text, fields_.createdAt);
+        case Key::data:
+            if (kind != Kind::null) return false;
+            fields_.data.reset();
+            return true;
+        case Key::errorCode: return readInt64(kind, text, fields_.errorCode);
+        case Key::errorMessage: return readText(kind, text, fields_.errorMessage);
+        case Key::id: return readText(kind, text, fields_.id);
+        case Key::isRead:
+            if (kind == Kind::null) fields_.isRead.reset();
+            else if (kind == Kind::boolean) fields_.isRead = boolean_;
+            else return false;
+            return true;
+        case Key::text: return readText(kind, text, data_.text);
+        case Key::sender: return readText(kind, text, data_.sender);
         }
         return false;
     }
 
-    const char* p_;
-    const char* end_;
+    Fields fields_;
+    NotificationData data_;
+    enum Key key_ = Key::none;
+    int depth_ = 0;
+    int skipFrom_ = 0; // depth of the ignored container being read, 0 when none
+    bool boolean_ = false;
 };
 
 } // namespace
@@ -351,45 +256,17 @@ void from_json(const nlohmann::json& json, Response& value)
 
 bool fastDecode(std::string_view json, Response& value)
 {
+    // The parser takes a NUL byte for the end of the text; JSON never holds one, so any NUL is
+    // left to the full decoder, which refuses it.
+    if (json.empty() || std::memchr(json.data(), '\0', json.size()) != nullptr) return false;
+
     // Filled in place: an absent key leaves its field empty, as in from_json. On false the
     // record is left part-filled, which the contract allows.
-    value.createdAt_.reset();
-    value.data.reset();
-    value.errorCode_.reset();
-    value.errorMessage_.reset();
-    value.id.reset();
-    value.isRead.reset();
-
-    Scanner scanner(json);
-    scanner.skipWhitespace();
-    if (!scanner.consume('{')) return false;
-    scanner.skipWhitespace();
-    if (!scanner.consume('}')) {
-        while (true) {
-            if (!scanner.consume('"')) return false;
-            const Scanner::Key key = scanner.readKey();
-            scanner.skipWhitespace();
-            if (!scanner.consume(':')) return false;
-            scanner.skipWhitespace();
-            bool read = false;
-            switch (key) {
-            case Scanner::Key::createdAt: read = scanner.readDate(value.createdAt_); break;
-            case Scanner::Key::data: read = scanner.readData(value.data); break;
-            case Scanner::Key::errorCode: read = scanner.readInt64(value.errorCode_); break;
-            case Scanner::Key::errorMessage: read = scanner.readString(value.errorMessage_); break;
-            case Scanner::Key::id: read = scanner.readString(value.id); break;
-            case Scanner::Key::isRead: read = scanner.readBool(value.isRead); break;
-            default: return false;
-            }
-            if (!read) return false;
-            scanner.skipWhitespace();
-            if (scanner.consume('}')) break;
-            if (!scanner.consume(',')) return false;
-            scanner.skipWhitespace();
-        }
-    }
-    scanner.skipWhitespace();
-    return scanner.atEnd();
+    value = Response();
+    RecordReader reader(Fields{value.createdAt_, value.data, value.errorCode_, value.errorMessage_, value.id, value.isRead});
+    rapidjson::MemoryStream stream(json.data(), json.size());
+    rapidjson::Reader parser;
+    return !parser.Parse<parseFlags>(stream, reader).IsError();
 }
 
 } // namespace fexo

@@ -48,10 +48,11 @@ private:
 FEXO_EXPORT void to_json(nlohmann::json& json, const Response& value);
 FEXO_EXPORT void from_json(const nlohmann::json& json, Response& value);
 
-// The quick reader that JSONDecoder tries first: true, with `value` set exactly as from_json
-// would set it, for a well-formed record; false for anything it does not settle by itself
-// (malformed text, a wrong type, numbers at the edges of their range, ...), leaving `value`
-// unspecified and the verdict to the full decoder. Any thread.
+// The quick reader that JSONDecoder tries first (RapidJSON, which checks the whole text): true,
+// with `value` set exactly as from_json would set it, for a well-formed record; false for
+// anything else (malformed text, a wrong type, a few numbers at the edges of their range),
+// leaving `value` unspecified and the verdict, with its error and path, to the full decoder.
+// Any thread.
 FEXO_EXPORT bool fastDecode(std::string_view json, Response& value);
 
 } // namespace fexo

@@ -55,8 +55,7 @@ const std::array<KeyCheck, 5> keyChecks{{
 // Raises; when the raise hook returns, the load ends with the empty record.
 ServiceConfiguration load()
 {
-    const auto path = Bundle::main().pathForResource(resourceName, resourceType);
-    const auto root = path ? PropertyList::readFile(*path) : std::nullopt;
+    const auto root = loadServiceConfigurationValues();
     const auto* dictionary = root ? root->dictionary() : nullptr;
     if (dictionary == nullptr) {
         fileException().raise();
@@ -86,6 +85,12 @@ std::atomic<const ServiceConfiguration*> loaded{nullptr};
 std::vector<std::unique_ptr<const ServiceConfiguration>>* retired = nullptr;
 
 } // namespace
+
+std::optional<PropertyListValue> loadServiceConfigurationValues()
+{
+    const auto path = Bundle::main().pathForResource(resourceName, resourceType);
+    return path ? PropertyList::readFile(*path, maximumConfigurationFileSize) : std::nullopt;
+}
 
 const ServiceConfiguration& sharedConfiguration()
 {

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <FeXOPlatform/PropertyListValue.hpp>
+
+#include <cstddef>
+#include <optional>
 #include <string>
 
 namespace fexo {
@@ -23,6 +27,17 @@ struct ServiceConfiguration {
 // and nothing is kept, so a later call loads again. When a raise hook returns, the load ends
 // with a record of five empty strings, and that record is kept for the life of the process.
 const ServiceConfiguration& sharedConfiguration();
+
+// A configuration file larger than this is refused unread, as if it were not a property list
+// (a real one holds five short strings, well under a few kilobytes).
+inline constexpr std::size_t maximumConfigurationFileSize = 64 * 1024;
+
+// The file-reading step of the load, raising nothing and keeping nothing: the content of the
+// main bundle's "FeXOService-Info.plist", or nothing when the bundle has no such file, it cannot
+// be read, holds more than maximumConfigurationFileSize bytes or is not a property list. The
+// loader raises the file exception for nothing and for a top level that is not a dictionary.
+// Reads the file anew on every call. Any thread.
+std::optional<PropertyListValue> loadServiceConfigurationValues();
 
 // Tests only: forgets the loaded record so that the next call loads again. Must not run while
 // another thread uses the configuration; references handed out before stay valid.

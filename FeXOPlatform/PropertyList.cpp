@@ -1,15 +1,20 @@
 #include <FeXOPlatform/PropertyList.hpp>
 
+#include <FeXOPlatform/PropertyListBinaryCheck.hpp>
+
 #include <plist/plist.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string_view>
 
 namespace fexo {
@@ -30,13 +35,11 @@ using CString = std::unique_ptr<char, FreeDeleter>;
 constexpr int maximumDepth = 512;
 
 // Text in a property list is Unicode: bytes that are not well-formed UTF-8 (overlong forms,
-// surrogates and values past U+10FFFF included) are refused, and so is U+0000, which neither
-// form can write back.
+// surrogates and values past U+10FFFF included) are refused. U+0000 is text like any other.
 bool isText(std::string_view text)
 {
     for (std::size_t i = 0; i < text.size();) {
         const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte == 0) return false;
         if (byte < 0x80) {
             ++i;
             continue;
@@ -79,52 +82,6 @@ double representableDate(double seconds)
     constexpr double latest = std::numeric_limits<int32_t>::max() + 0.999999;
     if (std::isnan(seconds)) return 0;
     return std::clamp(seconds, earliest, latest);
-}
-
-std::uint64_t readBigEndian(std::string_view bytes, std::size_t offset, std::size_t width)
-{
-    std::uint64_t value = 0;
-    for (std::size_t k = 0; k < width; ++k) value = (value << 8) | static_cast<unsigned char>(bytes[offset + k]);
-    return value;
-}
-
-// libplist ends the process (a failed assertion) when it hands out a key whose UTF-16 form
-// holds U+0000, so such binary lists are refused before it parses them. False also for a
-// binary list whose object table does not fit its bytes, which libplist refuses as well.
-bool binaryTextIsReadable(std::string_view bytes)
-{
-    constexpr std::size_t headerSize = 8;
-    constexpr std::size_t trailerSize = 32;
-    if (bytes.size() < headerSize + trailerSize) return false;
-    const std::size_t trailer = bytes.size() - trailerSize;
-    const std::size_t offsetSize = static_cast<unsigned char>(bytes[trailer + 6]);
-    const std::uint64_t objectCount = readBigEndian(bytes, trailer + 8, 8);
-    const std::uint64_t tableOffset = readBigEndian(bytes, trailer + 24, 8);
-    if (offsetSize < 1 || offsetSize > 8 || tableOffset > trailer ||
-        objectCount > (trailer - tableOffset) / offsetSize) {
-        return false;
-    }
-    for (std::uint64_t i = 0; i < objectCount; ++i) {
-        const std::uint64_t object = readBigEndian(bytes, tableOffset + i * offsetSize, offsetSize);
-        if (object >= trailer) continue;
-        const auto marker = static_cast<unsigned char>(bytes[object]);
-        if ((marker & 0xF0) != 0x60) continue; // not UTF-16 text
-        std::uint64_t units = marker & 0x0F;
-        std::size_t position = object + 1;
-        if (units == 0x0F) {
-            if (position >= trailer) continue;
-            const auto sizeMarker = static_cast<unsigned char>(bytes[position]);
-            const std::size_t width = std::size_t{1} << (sizeMarker & 0x0F);
-            if ((sizeMarker & 0xF0) != 0x10 || width > 8 || trailer - position - 1 < width) continue;
-            units = readBigEndian(bytes, position + 1, width);
-            position += 1 + width;
-        }
-        if (units > (trailer - position) / 2) continue;
-        for (std::uint64_t k = 0; k < units; ++k) {
-            if (bytes[position + 2 * k] == 0 && bytes[position + 2 * k + 1] == 0) return false;
-        }
-    }
-    return true;
 }
 
 std::optional<PropertyListValue> fromNode(plist_t node, int depth)
@@ -207,66 +164,123 @@ std::optional<PropertyListValue> fromNode(plist_t node, int depth)
     }
 }
 
-plist_t toNode(const PropertyListValue& value)
+// Nothing when the value holds text with U+0000, which libplist cannot write.
+PlistPtr toNode(const PropertyListValue& value)
 {
     switch (value.kind()) {
     case PropertyListValue::Kind::string:
-        return plist_new_string(value.string()->c_str());
+        if (value.string()->find('\0') != std::string::npos) return nullptr;
+        return PlistPtr(plist_new_string(value.string()->c_str()));
     case PropertyListValue::Kind::integer:
-        return plist_new_uint(static_cast<uint64_t>(*value.integer()));
+        return PlistPtr(plist_new_uint(static_cast<uint64_t>(*value.integer())));
     case PropertyListValue::Kind::real:
-        return plist_new_real(*value.real());
+        return PlistPtr(plist_new_real(*value.real()));
     case PropertyListValue::Kind::boolean:
-        return plist_new_bool(*value.boolean() ? 1 : 0);
+        return PlistPtr(plist_new_bool(*value.boolean() ? 1 : 0));
     case PropertyListValue::Kind::date: {
         const double seconds = representableDate(value.date()->timeIntervalSinceReferenceDate());
         const double whole = std::trunc(seconds);
         const double microseconds = std::clamp(std::round((seconds - whole) * 1e6), -999999.0, 999999.0);
-        return plist_new_date(static_cast<int32_t>(whole), static_cast<int32_t>(microseconds));
+        return PlistPtr(plist_new_date(static_cast<int32_t>(whole), static_cast<int32_t>(microseconds)));
     }
     case PropertyListValue::Kind::data: {
         const auto& bytes = value.data()->bytes;
-        return plist_new_data(bytes.data(), bytes.size());
+        return PlistPtr(plist_new_data(bytes.data(), bytes.size()));
     }
     case PropertyListValue::Kind::array: {
-        plist_t array = plist_new_array();
-        for (const auto& element : *value.array()) plist_array_append_item(array, toNode(element));
+        PlistPtr array(plist_new_array());
+        for (const auto& element : *value.array()) {
+            PlistPtr node = toNode(element);
+            if (!node) return nullptr;
+            plist_array_append_item(array.get(), node.release());
+        }
         return array;
     }
     case PropertyListValue::Kind::dictionary: {
-        plist_t dictionary = plist_new_dict();
-        for (const auto& [key, element] : *value.dictionary()) plist_dict_set_item(dictionary, key.c_str(), toNode(element));
+        PlistPtr dictionary(plist_new_dict());
+        for (const auto& [key, element] : *value.dictionary()) {
+            PlistPtr node = toNode(element);
+            if (!node || key.find('\0') != std::string::npos) return nullptr;
+            plist_dict_set_item(dictionary.get(), key.c_str(), node.release());
+        }
         return dictionary;
     }
     }
-    return plist_new_dict();
+    return nullptr;
+}
+
+// libplist reads and frees nested containers recursively, about a hundred bytes of stack per
+// level, and a level can take as little as a few bytes of input. So the work runs on a thread
+// whose stack is sized from the input: reserved address space, of which only what the nesting
+// actually uses is ever touched.
+// An exception thrown by the work (only std::bad_alloc can be) is rethrown to the caller.
+template <class Work>
+void onLargeStack(std::size_t inputSize, Work& work)
+{
+    struct Task {
+        Work& work;
+        std::exception_ptr error;
+    } task{work, nullptr};
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, (std::size_t{1} << 20) + 128 * inputSize);
+    pthread_t thread;
+    const auto run = [](void* argument) -> void* {
+        auto& task = *static_cast<Task*>(argument);
+        try {
+            task.work();
+        } catch (...) {
+            task.error = std::current_exception();
+        }
+        return nullptr;
+    };
+    const bool started = pthread_create(&thread, &attributes, run, &task) == 0;
+    pthread_attr_destroy(&attributes);
+    if (!started) throw std::bad_alloc();
+    pthread_join(thread, nullptr);
+    if (task.error) std::rethrow_exception(task.error);
 }
 
 } // namespace
 
 std::optional<PropertyListValue> PropertyList::parse(std::string_view bytes)
 {
-    if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
-    if (bytes.starts_with("bplist00") && !binaryTextIsReadable(bytes)) return std::nullopt;
-    plist_t raw = nullptr;
-    plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &raw);
-    PlistPtr root(raw);
-    if (!root) return std::nullopt;
-    return fromNode(root.get(), 0);
+    if (bytes.empty() || bytes.size() > maximumParseSize) return std::nullopt;
+    std::optional<std::string> binary;
+    if (bytes.starts_with("bplist00")) {
+        binary = checkBinaryPropertyList(bytes, maximumDepth);
+        if (!binary) return std::nullopt;
+        bytes = *binary;
+    }
+    std::optional<PropertyListValue> value;
+    auto work = [&] {
+        plist_t raw = nullptr;
+        plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &raw);
+        PlistPtr root(raw);
+        if (root) value = fromNode(root.get(), 0);
+    };
+    onLargeStack(bytes.size(), work);
+    return value;
 }
 
-std::optional<PropertyListValue> PropertyList::readFile(const std::filesystem::path& path)
+std::optional<PropertyListValue> PropertyList::readFile(const std::filesystem::path& path, std::size_t maximumSize)
 {
     std::ifstream file(path, std::ios::binary);
     if (!file) return std::nullopt;
-    std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::string bytes;
+    char chunk[16384];
+    while (file.read(chunk, sizeof chunk) || file.gcount() > 0) {
+        bytes.append(chunk, static_cast<std::size_t>(file.gcount()));
+        if (bytes.size() > maximumSize) return std::nullopt; // refused without reading on
+    }
     if (file.bad()) return std::nullopt;
     return parse(bytes);
 }
 
 std::string PropertyList::serialize(const PropertyListValue& value, Format format)
 {
-    PlistPtr root(toNode(value));
+    PlistPtr root = toNode(value);
+    if (!root) return {};
     char* raw = nullptr;
     uint32_t length = 0;
     if (format == Format::xml) {
