@@ -220,20 +220,18 @@ TEST(Agent, RunsTheHostAppCommandOnTheDefaultActionOfItsOwnNotificationOnly)
     bus.delivered(1);
     bus.invokeAction(99); // another application's notification
     bus.invokeAction(1);  // the mock daemon numbers notifications from 1
-    ProcessOptions patient;
-    patient.timeLimit = std::chrono::seconds(10);
-    const auto opened = ChildProcess::run("/bin/cat", {fifo.string()}, patient);
+    const auto opened = ChildProcess::run("/bin/cat", {fifo.string()});
     EXPECT_EQ(opened.standardOutput, id + "\n");
 }
 
 TEST(Agent, SaysSoInOneLineWithoutASessionBus)
 {
-    ProcessOptions noBus;
-    noBus.environment = {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent"}, {"XDG_RUNTIME_DIR", "/nonexistent"}};
-    noBus.standardInput = "{}";
     for (const auto& [program, arguments, prefix] : std::vector<std::tuple<std::filesystem::path, std::vector<std::string>, std::string>>{
              {agentProgram, {"run"}, "fexo-agent"}, {fexoTool, {"agent", "push", "-"}, "fexo"}}) {
-        const auto result = ChildProcess::run(program, arguments, noBus);
+        std::vector<std::string> withoutBus{"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent", "XDG_RUNTIME_DIR=/nonexistent",
+                                            program.string()};
+        withoutBus.insert(withoutBus.end(), arguments.begin(), arguments.end());
+        const auto result = ChildProcess::run("/usr/bin/env", withoutBus, "{}");
         EXPECT_EQ(result.exitCode, 1);
         EXPECT_THAT(result.standardError, testing::MatchesRegex(prefix + ": no session bus: [^\n]*\n"));
     }

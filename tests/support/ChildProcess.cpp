@@ -98,7 +98,8 @@ ProcessResult ChildProcess::run(const std::filesystem::path& program, const std:
     const pid_t pid = spawn(program, arguments, input, output, errors);
     ::close(input);
     const int status = waitFor(pid, std::chrono::minutes(1)).first;
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(output), contentOf(errors)};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0, contentOf(output),
+            contentOf(errors)};
 }
 
 std::string ChildProcess::readLine(std::chrono::milliseconds limit)

@@ -10,6 +10,7 @@ namespace fexo::test {
 
 struct ProcessResult {
     int exitCode = -1; // the exit status, or -1 when a signal ended the process (or the time limit)
+    int signal = 0;    // the signal that ended it, else 0
     std::string standardOutput;
     std::string standardError;
 };
