@@ -55,23 +55,12 @@ const std::array<KeyCheck, 5> keyChecks{{
 // Raises; when the raise hook returns, the load ends with the empty record.
 ServiceConfiguration load()
 {
-    const auto root = loadServiceConfigurationValues();
-    const auto* dictionary = root ? root->dictionary() : nullptr;
-    if (dictionary == nullptr) {
-        fileException().raise();
+    auto reading = readServiceConfiguration();
+    if (reading.exception != nullptr) {
+        reading.exception->raise();
         return {};
     }
-    ServiceConfiguration configuration;
-    for (const auto& check : keyChecks) {
-        const auto it = dictionary->find(check.key);
-        const std::string* value = it == dictionary->end() ? nullptr : it->second.string();
-        if (value == nullptr || value->empty()) {
-            check.exception(check.key).raise();
-            return {};
-        }
-        configuration.*check.field = *value;
-    }
-    return configuration;
+    return std::move(reading.values);
 }
 
 std::mutex& loadMutex()
@@ -86,10 +75,20 @@ std::vector<std::unique_ptr<const ServiceConfiguration>>* retired = nullptr;
 
 } // namespace
 
-std::optional<PropertyListValue> loadServiceConfigurationValues()
+ServiceConfigurationReading readServiceConfiguration()
 {
     const auto path = Bundle::main().pathForResource(resourceName, resourceType);
-    return path ? PropertyList::readFile(*path, maximumConfigurationFileSize) : std::nullopt;
+    const auto root = path ? PropertyList::readFile(*path, maximumConfigurationFileSize) : std::nullopt;
+    const auto* dictionary = root ? root->dictionary() : nullptr;
+    if (dictionary == nullptr) return {{}, &fileException()};
+    ServiceConfigurationReading reading;
+    for (const auto& check : keyChecks) {
+        const auto it = dictionary->find(check.key);
+        const std::string* value = it == dictionary->end() ? nullptr : it->second.string();
+        if (value == nullptr || value->empty()) return {{}, &check.exception(check.key)};
+        reading.values.*check.field = *value;
+    }
+    return reading;
 }
 
 const ServiceConfiguration& sharedConfiguration()

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <FeXOPlatform/PropertyListValue.hpp>
-
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -32,12 +30,19 @@ const ServiceConfiguration& sharedConfiguration();
 // (a real one holds five short strings, well under a few kilobytes).
 inline constexpr std::size_t maximumConfigurationFileSize = 64 * 1024;
 
-// The file-reading step of the load, raising nothing and keeping nothing: the content of the
-// main bundle's "FeXOService-Info.plist", or nothing when the bundle has no such file, it cannot
-// be read, holds more than maximumConfigurationFileSize bytes or is not a property list. The
-// loader raises the file exception for nothing and for a top level that is not a dictionary.
-// Reads the file anew on every call. Any thread.
-std::optional<PropertyListValue> loadServiceConfigurationValues();
+class NSException;
+
+// What loading makes of the main bundle's "FeXOService-Info.plist", raising nothing and keeping
+// nothing: the five values, or the exception the load raises (the file's, when the bundle has
+// no such file or it cannot be read, holds more than maximumConfigurationFileSize bytes, is not
+// a property list or not a dictionary; else the first failing key's, in file order). The load
+// and the public configuration check both decide through this one function. Reads the file
+// anew on every call. Any thread.
+struct ServiceConfigurationReading {
+    ServiceConfiguration values;              // complete when `exception` is null
+    const NSException* exception = nullptr; // one of the process's kept exception objects
+};
+ServiceConfigurationReading readServiceConfiguration();
 
 // Tests only: forgets the loaded record so that the next call loads again. Must not run while
 // another thread uses the configuration; references handed out before stay valid.
