@@ -12,6 +12,13 @@
 
 #include <httplib.h>
 
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -24,6 +31,68 @@ namespace {
 
 constexpr const char* clientId = "demo-client";
 constexpr const char* clientSecret = "demo-client-secret-7f3a";
+
+// A program installed (or built) beside this one.
+std::filesystem::path siblingProgram(const std::string& name)
+{
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / name;
+}
+
+// `fexo-agent run` as a child for the demo's last step, with its standard error on a pipe until
+// it has said whether it serves the bus name. Stopped with SIGTERM when it goes.
+class AgentProcess {
+public:
+    AgentProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments)
+    {
+        int pipe[2];
+        if (::pipe2(pipe, O_CLOEXEC) != 0) return;
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, pipe[1], STDERR_FILENO);
+        std::vector<std::string> words{program.string()};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        std::vector<char*> argv;
+        for (auto& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+        if (::posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) pid_ = 0;
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(pipe[1]);
+        errors_ = pipe[0];
+    }
+    ~AgentProcess()
+    {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGTERM);
+            ::waitpid(pid_, nullptr, 0);
+        }
+        if (errors_ >= 0) ::close(errors_);
+    }
+    AgentProcess(const AgentProcess&) = delete;
+    AgentProcess& operator=(const AgentProcess&) = delete;
+
+    // Its log up to the line that says whether it serves the name (or ten seconds, or its end).
+    std::string firstWords()
+    {
+        std::string said;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (pid_ > 0 && said.find("serv") == std::string::npos) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            pollfd ready{errors_, POLLIN, 0};
+            if (left.count() <= 0 || ::poll(&ready, 1, static_cast<int>(left.count())) <= 0) break;
+            char buffer[512];
+            const auto n = ::read(errors_, buffer, sizeof buffer);
+            if (n <= 0) break;
+            said.append(buffer, static_cast<std::size_t>(n));
+        }
+        while (!said.empty() && said.back() == '\n') said.pop_back();
+        return said;
+    }
+
+private:
+    pid_t pid_ = 0;
+    int errors_ = -1;
+};
 
 class Demo {
 public:
@@ -44,7 +113,8 @@ public:
         server_->start();
         step("Development server listening at " + server_->baseURL());
 
-        const auto outcome = writeConfiguration(directory) && registerDevice() && deliverPush() && readBack();
+        const auto outcome = writeConfiguration(directory) && registerDevice() && deliverPush() && readBack() &&
+                             showThroughAgent(directory);
         server_->stop();
         std::error_code ignored;
         std::filesystem::remove_all(directory, ignored);
@@ -119,16 +189,12 @@ private:
     bool deliverPush()
     {
         step("The service queues a notification for the device and a push arrives");
-        httplib::Client client(server_->baseURL());
-        const httplib::Headers headers{{"client_id", clientId}, {"client_secret", clientSecret}};
-        const auto queued = client.Post("/dev/notifications", headers,
-                                        R"({"recipientId":"demo-device","text":"Your parcel is on its way","sender":"FeXO Post"})",
-                                        "application/json");
-        if (!queued || queued->status != 200) return fail("the development server did not queue the notification");
+        const auto push = queuePush("Your parcel is on its way", "FeXO Post");
+        if (!push) return fail("the development server did not queue the notification");
         showWire();
 
         step("The extension handles the push (FeXONotificationExtensionHandler::handleNotification)");
-        const auto content = runExtensionRoad(JSONSerialization::jsonObject(queued->body), std::chrono::seconds(30));
+        const auto content = runExtensionRoad(JSONSerialization::jsonObject(*push), std::chrono::seconds(30));
         showWire();
         writeTerminalLine(std::cout, "   delivered: " + deliveredContentJSON(content));
         if (!content.rewritten || content.title != "FeXO Post" || content.body != "Your parcel is on its way") {
@@ -158,6 +224,45 @@ private:
             return fail("records are left after logout");
         }
         return ok("the store holds no notification any more");
+    }
+
+    // Ends with the agent: where a session bus is there, a push goes through `fexo-agent`, which
+    // runs `fexo handle-push` for it and shows the delivered content on the desktop. The demo
+    // starts an agent of its own with the demo's configuration; where another agent already
+    // serves the bus name, that one takes the push (and, with its own configuration, shows the
+    // push's original alert).
+    bool showThroughAgent(const std::filesystem::path& directory)
+    {
+        if (std::getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
+            writeTerminalLine(std::cout, "\n(no session bus: the agent's part is left out)");
+            return true;
+        }
+        step("The agent runs the extension for a push and shows it on the desktop (fexo agent push)");
+        const auto agent = siblingProgram("fexo-agent");
+        const auto push = queuePush("Your parcel arrives today", "FeXO Post");
+        if (!push) return fail("the development server did not queue the notification");
+        const auto pushFile = directory / "push.json";
+        std::ofstream(pushFile) << *push;
+        ::setenv("FEXO_RESOURCES_DIR", directory.c_str(), 1);
+        const auto extension = siblingProgram("fexo").string() + " handle-push";
+        AgentProcess own(agent, {"run", "--extension", extension, "--app-name", "FeXO demo"});
+        writeTerminalLine(std::cout, "   " + own.firstWords());
+        const int status = std::system(("'" + agent.string() + "' push '" + pushFile.string() + "'").c_str());
+        showWire();
+        if (status == -1 || !WIFEXITED(status) || (WEXITSTATUS(status) != 0 && WEXITSTATUS(status) != 3)) {
+            return fail("the agent did not deliver the push");
+        }
+        return ok("delivered once and shown through org.freedesktop.Notifications");
+    }
+
+    std::optional<std::string> queuePush(const std::string& text, const std::string& sender)
+    {
+        httplib::Client client(server_->baseURL());
+        const httplib::Headers headers{{"client_id", clientId}, {"client_secret", clientSecret}};
+        const nlohmann::json body{{"recipientId", "demo-device"}, {"text", text}, {"sender", sender}};
+        const auto queued = client.Post("/dev/notifications", headers, body.dump(), "application/json");
+        if (!queued || queued->status != 200) return std::nullopt;
+        return queued->body;
     }
 
     // Prints the exchanges the server answered since the last call.
