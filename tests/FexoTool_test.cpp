@@ -2,7 +2,7 @@
 // fexo-devserver with their options, and the demo runs end to end.
 #include <support/ToolSandbox.hpp>
 
-#include <fexo/DevelopmentServerHandOff.hpp>
+#include <fexo/CommandHandOff.hpp>
 
 #include <gtest/gtest.h>
 
@@ -34,11 +34,11 @@ TEST(FexoTool, TheCommandIsTheFirstArgumentThatIsNoOptionNorItsValue)
     const std::vector<std::pair<std::vector<const char*>, bool>> cases{
         {{"serve"}, true}, {{"--resources", "r", "--app-groups", "g", "serve", "--port", "0"}, true}, {{"--resources=r", "demo"}, true},
         {{"--help", "serve"}, true}, {{"--resources", "serve", "list"}, false}, {{"--app-groups", "demo", "handle-push"}, false},
-        {{"list", "serve"}, false}, {{"--", "serve"}, false}, {{"--help"}, false}, {{}, false}};
+        {{"list", "serve"}, false}, {{"--", "serve"}, false}, {{"--help"}, false}, {{}, false}, {{"agent", "push"}, true}};
     for (const auto& [arguments, expected] : cases) {
         std::vector<const char*> argv{"fexo"};
         argv.insert(argv.end(), arguments.begin(), arguments.end());
-        EXPECT_EQ(fexo::tool::choosesDevelopmentServerCommand(static_cast<int>(argv.size()), argv.data()), expected)
+        EXPECT_EQ(fexo::tool::chosenHandedOverCommand(static_cast<int>(argv.size()), argv.data()) != nullptr, expected)
             << (arguments.empty() ? "(none)" : arguments.back());
     }
 }

@@ -5,21 +5,29 @@
 
 namespace fexo::tool {
 
-// `serve` and `demo` carry an HTTP server, so they live in the sibling executable
-// fexo-devserver; fexo links none of it and hands these commands over by name.
-inline constexpr const char* developmentServerExecutable = "fexo-devserver";
-
+// Commands that fexo lists in its help but leaves to a sibling executable, so that fexo itself
+// links neither an HTTP server (`serve`, `demo`: fexo-devserver) nor the bus library (`agent`:
+// fexo-agent). fexo hands them over by name with argv unchanged.
 struct HandedOverCommand {
     std::string_view name;
+    const char* executable;
     const char* description;
 };
 
-// Listed in fexo's help and registered by fexo-devserver under the same words.
-inline constexpr std::array<HandedOverCommand, 2> handedOverCommands{{
-    {"serve", "Run a development server that stands in for the FeXO service on this machine; "
-              "prints its base URL, serves until SIGINT or SIGTERM"},
-    {"demo", "Run the whole system in a temporary directory: development server, registration, a push "
-             "handled by the extension, the stored record listed, marked read, and logout"},
+inline constexpr const char* developmentServerExecutable = "fexo-devserver";
+inline constexpr const char* agentExecutable = "fexo-agent";
+
+// Listed in fexo's help and registered by the sibling under the same words.
+inline constexpr std::array<HandedOverCommand, 3> handedOverCommands{{
+    {"serve", developmentServerExecutable,
+     "Run a development server that stands in for the FeXO service on this machine; "
+     "prints its base URL, serves until SIGINT or SIGTERM"},
+    {"demo", developmentServerExecutable,
+     "Run the whole system in a temporary directory: development server, registration, a push "
+     "handled by the extension, the stored record listed, marked read, and logout"},
+    {"agent", agentExecutable,
+     "The notification agent on the session bus: `agent run` serves it, `agent push [FILE|-]` hands "
+     "it a push and prints what it delivered"},
 }};
 
 inline const char* handedOverDescription(std::string_view name)

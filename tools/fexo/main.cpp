@@ -1,15 +1,10 @@
-#include <fexo/AgentHandOff.hpp>
+#include <fexo/CommandHandOff.hpp>
 #include <fexo/Commands.hpp>
-#include <fexo/DevelopmentServerHandOff.hpp>
 
 int main(int argc, char** argv)
 {
-    if (fexo::tool::choosesDevelopmentServerCommand(argc, argv)) {
-        fexo::tool::handOverToDevelopmentServer(argv);
-        return 1;
-    }
-    if (fexo::tool::choosesAgentCommand(argc, argv)) {
-        fexo::tool::handOverToAgent(argv);
+    if (const auto* handedOver = fexo::tool::chosenHandedOverCommand(argc, argv)) {
+        fexo::tool::handOver(*handedOver, argv);
         return 1;
     }
 
@@ -23,7 +18,6 @@ int main(int argc, char** argv)
     fexo::tool::addHandlePushCommand(app, options, exitCode);
     fexo::tool::addStoreCommands(app, options, exitCode);
     fexo::tool::addStoreMaintenanceCommand(app, options, exitCode);
-    fexo::tool::addDevelopmentServerCommands(app, argv, exitCode);
-    fexo::tool::addAgentCommand(app, argv, exitCode);
+    fexo::tool::addHandedOverCommands(app, argv, exitCode);
     return fexo::tool::parseAndRun(app, argc, argv, exitCode);
 }

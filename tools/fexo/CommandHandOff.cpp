@@ -1,11 +1,9 @@
-#include <fexo/DevelopmentServerHandOff.hpp>
+#include <fexo/CommandHandOff.hpp>
 
-#include <common/HandedOverCommands.hpp>
 #include <common/TerminalText.hpp>
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -14,46 +12,48 @@
 
 namespace fexo::tool {
 
-bool choosesDevelopmentServerCommand(int argc, const char* const* argv)
+const HandedOverCommand* chosenHandedOverCommand(int argc, const char* const* argv)
 {
     for (int i = 1; i < argc; ++i) {
         const std::string_view argument = argv[i];
-        if (argument == "--") return false;
+        if (argument == "--") return nullptr;
         if (argument == "--resources" || argument == "--app-groups") {
             ++i;
             continue;
         }
         if (argument.starts_with('-')) continue;
-        return std::any_of(handedOverCommands.begin(), handedOverCommands.end(),
-                           [&](const HandedOverCommand& command) { return command.name == argument; });
+        for (const auto& command : handedOverCommands) {
+            if (command.name == argument) return &command;
+        }
+        return nullptr;
     }
-    return false;
+    return nullptr;
 }
 
-void handOverToDevelopmentServer(char** argv)
+void handOver(const HandedOverCommand& command, char** argv)
 {
     std::error_code error;
     const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
     if (error) {
-        reportProblem(std::string("cannot find the directory of fexo to run ") + developmentServerExecutable + ": " +
+        reportProblem(std::string("cannot find the directory of fexo to run ") + command.executable + ": " +
                       error.message());
         return;
     }
-    const auto sibling = (self.parent_path() / developmentServerExecutable).string();
+    const auto sibling = (self.parent_path() / command.executable).string();
     std::cout.flush();
     ::execv(sibling.c_str(), argv);
     reportProblem("cannot run " + sibling + ": " + std::strerror(errno));
 }
 
-void addDevelopmentServerCommands(CLI::App& app, char** argv, int& exitCode)
+void addHandedOverCommands(CLI::App& app, char** argv, int& exitCode)
 {
     for (const auto& handedOver : handedOverCommands) {
         auto* command = app.add_subcommand(std::string(handedOver.name), handedOver.description);
-        // Options and help belong to fexo-devserver: none is parsed here.
+        // Options and help belong to the sibling: none is parsed here.
         command->set_help_flag();
         command->prefix_command();
-        command->callback([argv, &exitCode] {
-            handOverToDevelopmentServer(argv);
+        command->callback([&handedOver, argv, &exitCode] {
+            handOver(handedOver, argv);
             exitCode = 1;
         });
     }
