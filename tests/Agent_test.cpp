@@ -1,7 +1,7 @@
 #include <support/Completion.hpp>
 #include <support/ToolSandbox.hpp>
 
-#include <agent/Delivery.hpp>
+#include <common/DeliveredContent.hpp>
 #include <agent/NotificationAgent.hpp>
 
 #include <gmock/gmock.h>
@@ -71,7 +71,7 @@ public:
         agent_->uponSignal("Delivered").onInterface(agentInterface).call(
             [this](const std::string& id, const std::string& title, const std::string& body, bool rewritten) {
                 std::lock_guard lock(mutex_);
-                delivered_.emplace(id, fexo::agent::Delivery{title, body, rewritten});
+                delivered_.emplace(id, fexo::tool::DeliveredContent{title, body, rewritten});
                 changed_.notify_all();
             });
         agent_->finishRegistration();
@@ -87,7 +87,7 @@ public:
         return id;
     }
     // Every Delivered signal, once `count` of them arrived (fails the test after `patience`).
-    std::multimap<std::string, fexo::agent::Delivery> delivered(std::size_t count)
+    std::multimap<std::string, fexo::tool::DeliveredContent> delivered(std::size_t count)
     {
         std::unique_lock lock(mutex_);
         EXPECT_TRUE(changed_.wait_for(lock, patience, [&] { return delivered_.size() >= count; }));
@@ -121,7 +121,7 @@ private:
     std::unique_ptr<sdbus::IProxy> desktop_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::multimap<std::string, fexo::agent::Delivery> delivered_;
+    std::multimap<std::string, fexo::tool::DeliveredContent> delivered_;
 };
 
 } // namespace
@@ -154,7 +154,7 @@ TEST(Agent, ShowsTheOriginalOnceWhenTheExtensionMisbehaves)
         const auto id = bus.push(pushWithAlert(behaviour).dump());
         const auto delivered = bus.delivered(1);
         ASSERT_EQ(delivered.count(id), 1u);
-        EXPECT_EQ(fexo::agent::deliveryLine(delivered.find(id)->second),
+        EXPECT_EQ(fexo::tool::deliveredContentJSON(delivered.find(id)->second),
                   R"({"title":"Original","body":")" + behaviour + R"(","rewritten":false})");
         EXPECT_THAT(bus.notifications(), ElementsAre(Pair("Original", behaviour)));
     }

@@ -183,7 +183,7 @@ ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& n
     result.ending = killed.empty() ? describe(status) : killed;
     if (leaf && leaf->killedAtMemoryLimit())
         result.ending = "killed at the memory limit of " + std::to_string(limits_.memoryBytes >> 20) + " MiB";
-    result.content = printedDelivery(output);
+    result.content = printedContent(output);
     return result;
 }
 

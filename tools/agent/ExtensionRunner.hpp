@@ -1,6 +1,6 @@
 #pragma once
 
-#include <agent/Delivery.hpp>
+#include <common/DeliveredContent.hpp>
 #include <agent/MemoryCgroup.hpp>
 
 #include <chrono>
@@ -12,6 +12,12 @@
 
 namespace fexo::agent {
 
+using tool::DeliveredContent;
+using tool::deliveredContentJSON;
+using tool::maximumPushBytes;
+using tool::originalContent;
+using tool::printedContent;
+
 struct ExtensionLimits {
     std::chrono::milliseconds time{30000};
     std::size_t memoryBytes = 24u << 20; // resident memory
@@ -20,7 +26,7 @@ struct ExtensionLimits {
 // How one extension process went: the content it printed, if any, and how it ended, in words
 // for the log ("exited with status 0", "killed at the time limit of 30 s", ...).
 struct ExtensionRun {
-    std::optional<Delivery> content;
+    std::optional<DeliveredContent> content;
     std::string ending;
 };
 

@@ -127,7 +127,7 @@ std::string NotificationAgent::push(const std::string& userInfoJSON)
     char requestId[33];
     std::snprintf(requestId, sizeof requestId, "%016llx%016llx", static_cast<unsigned long long>(random_()),
                   static_cast<unsigned long long>(random_()));
-    if (!queue_->submit({requestId, userInfoJSON, originalDelivery(userInfo), std::chrono::steady_clock::now()}))
+    if (!queue_->submit({requestId, userInfoJSON, originalContent(userInfo), std::chrono::steady_clock::now()}))
         throw sdbus::Error(errorName("QueueFull"), "the agent already has " +
                                                        std::to_string(settings_.queueCapacity) +
                                                        " pushes waiting; try again later");
@@ -148,7 +148,7 @@ void NotificationAgent::deliverFinished()
 
 void NotificationAgent::show(Finished finished)
 {
-    auto delivery = std::make_shared<const Delivery>(finished.run.content.value_or(finished.job.original));
+    auto delivery = std::make_shared<const DeliveredContent>(finished.run.content.value_or(finished.job.original));
     auto log = std::make_shared<std::string>(
         finished.job.requestId + ": " + (finished.run.content ? "content of the extension" : "original alert") +
         " (extension " + finished.run.ending + ")");

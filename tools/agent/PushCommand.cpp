@@ -1,5 +1,5 @@
 #include <agent/AgentCommands.hpp>
-#include <agent/Delivery.hpp>
+#include <common/DeliveredContent.hpp>
 #include <agent/NotificationAgent.hpp>
 
 #include <sdbus-c++/sdbus-c++.h>
@@ -49,7 +49,7 @@ int push(const std::string& inputName, double waitSeconds)
     try {
         auto agent = sdbus::createProxy(*connection, agentBusName, agentObjectPath);
         // Delivered may arrive before Push's answer is read: keep every one until the id is known.
-        std::map<std::string, Delivery> delivered;
+        std::map<std::string, DeliveredContent> delivered;
         agent->uponSignal("Delivered")
             .onInterface(agentInterface)
             .call([&delivered](const std::string& id, const std::string& title, const std::string& body,
@@ -71,8 +71,8 @@ int push(const std::string& inputName, double waitSeconds)
             pollfd watched{bus.fd, bus.events, 0};
             ::poll(&watched, 1, static_cast<int>(std::min<long long>(left.count(), 1000)));
         }
-        const Delivery& content = delivered[requestId];
-        std::cout << deliveryLine(content) << std::endl;
+        const DeliveredContent& content = delivered[requestId];
+        std::cout << deliveredContentJSON(content) << std::endl;
         return content.rewritten ? 0 : 3;
     } catch (const sdbus::Error& error) {
         std::cerr << "fexo: " << error.getName() << ": " << error.getMessage() << std::endl;

@@ -18,7 +18,7 @@ namespace fexo::agent {
 struct PushJob {
     std::string requestId;
     std::string userInfoJSON;
-    Delivery original; // what is shown when the extension delivers nothing
+    DeliveredContent original; // what is shown when the extension delivers nothing
     std::chrono::steady_clock::time_point accepted;
 };
 

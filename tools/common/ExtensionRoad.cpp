@@ -13,17 +13,6 @@ namespace fexo::tool {
 
 namespace {
 
-std::pair<std::string, std::string> alertOf(const AnyValue& userInfo)
-{
-    const AnyValue* aps = userInfo["aps"];
-    const AnyValue* alert = aps ? (*aps)["alert"] : nullptr;
-    if (alert == nullptr) return {};
-    if (const auto* text = alert->string()) return {"", *text};
-    const AnyValue* title = (*alert)["title"];
-    const AnyValue* body = (*alert)["body"];
-    return {title && title->string() ? *title->string() : "", body && body->string() ? *body->string() : ""};
-}
-
 // The one content that leaves the extension: the first delivery wins, later ones are dropped.
 class Delivery {
 public:
@@ -51,12 +40,12 @@ private:
 
 } // namespace
 
-DeliveredContent runExtensionRoad(const AnyValue& userInfo, std::chrono::milliseconds timeLimit)
+DeliveredContent runExtensionRoad(const AnyValue& userInfo, const DeliveredContent& original,
+                                  std::chrono::milliseconds timeLimit)
 {
     const auto deadline = std::chrono::steady_clock::now() + timeLimit;
-    const auto [title, body] = alertOf(userInfo);
     const UNNotificationRequest request("fexo-handle-push",
-                                        std::make_shared<UNNotificationContent>(title, body, userInfo));
+                                        std::make_shared<UNNotificationContent>(original.title, original.body, userInfo));
     // Shared with the content handler, which may outlive this call when the time limit passes.
     auto delivery = std::make_shared<Delivery>();
 
@@ -70,17 +59,8 @@ DeliveredContent runExtensionRoad(const AnyValue& userInfo, std::chrono::millise
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     URLSession::shared().waitUntilIdle(std::max(left, std::chrono::milliseconds(0)));
     if (auto content = delivery->waitUntil(std::chrono::steady_clock::now())) return *content;
-    delivery->deliver({title, body, false});
+    delivery->deliver(original);
     return *delivery->waitUntil(std::chrono::steady_clock::now());
-}
-
-std::string deliveredContentJSON(const DeliveredContent& content)
-{
-    nlohmann::ordered_json line;
-    line["title"] = content.title;
-    line["body"] = content.body;
-    line["rewritten"] = content.rewritten;
-    return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 } // namespace fexo::tool

@@ -194,7 +194,8 @@ private:
         showWire();
 
         step("The extension handles the push (FeXONotificationExtensionHandler::handleNotification)");
-        const auto content = runExtensionRoad(JSONSerialization::jsonObject(*push), std::chrono::seconds(30));
+        const auto content = runExtensionRoad(JSONSerialization::jsonObject(*push), originalContent(nlohmann::json::parse(*push)),
+                                              std::chrono::seconds(30));
         showWire();
         writeTerminalLine(std::cout, "   delivered: " + deliveredContentJSON(content));
         if (!content.rewritten || content.title != "FeXO Post" || content.body != "Your parcel is on its way") {

@@ -8,15 +8,13 @@
 #include <FeXOPlatform/CocoaError.hpp>
 #include <FeXOPlatform/JSONSerialization.hpp>
 
+#include <nlohmann/json.hpp>
+
 #include <iostream>
 
 namespace fexo::tool {
 
 namespace {
-
-// A push's user-info is a few kilobytes at most; anything far larger is refused before it is
-// parsed, so that memory stays small whatever arrives.
-constexpr std::size_t maximumPushBytes = 64 * 1024;
 
 int handlePush(const std::string& input, double timeLimitSeconds)
 {
@@ -33,7 +31,8 @@ int handlePush(const std::string& input, double timeLimitSeconds)
         reportProblem("the push must be a JSON object (its user-info dictionary)");
         return 1;
     }
-    const DeliveredContent content = runExtensionRoad(userInfo, timeLimitDuration(timeLimitSeconds));
+    const DeliveredContent content = runExtensionRoad(
+        userInfo, originalContent(nlohmann::json::parse(*bytes, nullptr, false)), timeLimitDuration(timeLimitSeconds));
     std::cout << deliveredContentJSON(content) << std::endl;
     return content.rewritten ? 0 : 3;
 }

@@ -1,8 +1,8 @@
-#include <agent/Delivery.hpp>
+#include <common/DeliveredContent.hpp>
 
 #include <nlohmann/json.hpp>
 
-namespace fexo::agent {
+namespace fexo::tool {
 
 namespace {
 
@@ -14,7 +14,7 @@ std::string stringAt(const nlohmann::json& object, const char* key)
 
 } // namespace
 
-Delivery originalDelivery(const nlohmann::json& userInfo)
+DeliveredContent originalContent(const nlohmann::json& userInfo)
 {
     if (!userInfo.is_object()) return {};
     const auto aps = userInfo.find("aps");
@@ -26,7 +26,7 @@ Delivery originalDelivery(const nlohmann::json& userInfo)
     return {stringAt(*alert, "title"), stringAt(*alert, "body"), false};
 }
 
-std::optional<Delivery> printedDelivery(std::string_view output)
+std::optional<DeliveredContent> printedContent(std::string_view output)
 {
     while (!output.empty() && (output.back() == '\n' || output.back() == '\r' || output.back() == ' '))
         output.remove_suffix(1);
@@ -40,16 +40,16 @@ std::optional<Delivery> printedDelivery(std::string_view output)
     if (title == content.end() || !title->is_string() || body == content.end() || !body->is_string() ||
         rewritten == content.end() || !rewritten->is_boolean())
         return std::nullopt;
-    return Delivery{title->get<std::string>(), body->get<std::string>(), rewritten->get<bool>()};
+    return DeliveredContent{title->get<std::string>(), body->get<std::string>(), rewritten->get<bool>()};
 }
 
-std::string deliveryLine(const Delivery& delivery)
+std::string deliveredContentJSON(const DeliveredContent& content)
 {
     nlohmann::ordered_json line;
-    line["title"] = delivery.title;
-    line["body"] = delivery.body;
-    line["rewritten"] = delivery.rewritten;
+    line["title"] = content.title;
+    line["body"] = content.body;
+    line["rewritten"] = content.rewritten;
     return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-} // namespace fexo::agent
+} // namespace fexo::tool

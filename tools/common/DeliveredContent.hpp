@@ -1,0 +1,36 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace fexo::tool {
+
+// The largest push taken, in bytes of its JSON text: `fexo handle-push` and the agent refuse a
+// larger one before parsing it (a push's user-info is a few kilobytes at most), which bounds
+// their memory whatever arrives.
+inline constexpr std::size_t maximumPushBytes = 64 * 1024;
+
+// What an extension finally hands to the system for one push.
+struct DeliveredContent {
+    std::string title;
+    std::string body;
+    bool rewritten = false; // true when the library's content handler delivered it
+};
+
+// The push's original alert, delivered when the library does not: "aps.alert" as an object's
+// "title" and "body", or as the body when it is text; empty strings where absent or of another
+// kind.
+DeliveredContent originalContent(const nlohmann::json& userInfo);
+
+// The line an extension prints last: {"title":…,"body":…,"rewritten":…}.
+std::string deliveredContentJSON(const DeliveredContent& content);
+
+// The content an extension printed: its last non-empty line of `output`, an object with a string
+// "title", a string "body" and a boolean "rewritten"; nothing when that line is not one.
+std::optional<DeliveredContent> printedContent(std::string_view output);
+
+} // namespace fexo::tool
