@@ -35,6 +35,6 @@ public:
 // that returned false. The caller goes on as if the change had not been asked for: a record the
 // store cannot take must not cost the user the notification it came with. Standard output is
 // kept for the fixed diagnostics.
-void reportUnwrittenChange(const UserDefaults& store);
+FEXO_EXPORT void reportUnwrittenChange(const UserDefaults& store);
 
 } // namespace fexo
