@@ -1,9 +1,10 @@
 #include <FeXONotificationService/Response.hpp>
 
-#include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
+#include <rapidjson/stream.h>
 
 #include <charconv>
+#include <cstdint>
 #include <cmath>
 #include <cstring>
 #include <system_error>
@@ -12,11 +13,18 @@ namespace fexo {
 
 namespace {
 
-// Strict RFC 8259 JSON, checked as UTF-8 throughout, without recursion (any depth is safe).
-// Numbers come as their text and are converted here, correctly rounded, as the full decoder
-// converts them (RapidJSON's own conversion of large exponents is not exact).
-constexpr unsigned parseFlags =
-    rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseValidateEncodingFlag;
+// Strict RFC 8259 JSON, parsed in place in a copy of the text (strings are unescaped where they
+// stand). The text is checked in one pass before parsing (plainText): as UTF-8, faster than the
+// parser's own check of every character, and for its nesting, which bounds the parser's
+// recursion; in this mode the parser never uses its own stack, whose first growth in RapidJSON
+// 1.1 offsets a null pointer. Numbers come as their text and are converted here, correctly
+// rounded, as the full decoder converts them (RapidJSON's own conversion of large exponents is
+// not exact).
+constexpr unsigned parseFlags = rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
+
+// More opening brackets than this, in strings or not, and the text is left to the full decoder:
+// the parser recurses once per level. A stored record nests two levels.
+constexpr std::size_t maximumOpenings = 64;
 
 enum class Kind { null, boolean, string, number };
 enum class Key { none, createdAt, data, errorCode, errorMessage, id, isRead, text, sender };
@@ -50,14 +58,69 @@ bool readText(Kind kind, std::string_view text, std::optional<std::string>& out)
     return true;
 }
 
-// A lone low surrogate written as a \u escape comes out as the bytes of a surrogate, which the
-// full decoder refuses wherever it stands, in a key or a value.
-bool holdsSurrogate(std::string_view text)
+// Whether the text is well-formed UTF-8 (no overlong form, no surrogate, nothing past U+10FFFF)
+// with no NUL byte, no \u escape of a lone surrogate and at most maximumOpenings of "[" and "{". Texts that are not are left to the full
+// decoder: it refuses a NUL and invalid UTF-8, and a lone surrogate escape wherever it stands,
+// while the parser would take a NUL for the end and a lone low surrogate for text. Eight plain
+// ASCII bytes are passed at a time.
+bool plainText(std::string_view text)
 {
-    for (std::size_t at = text.find('\xED'); at != std::string_view::npos; at = text.find('\xED', at + 1)) {
-        if (at + 1 == text.size() || static_cast<unsigned char>(text[at + 1]) >= 0xA0) return true;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    const std::size_t size = text.size();
+    constexpr std::uint64_t ones = 0x0101010101010101ULL;
+    constexpr std::uint64_t highs = 0x8080808080808080ULL;
+    std::size_t openings = 0;
+    std::size_t i = 0;
+    while (i < size) {
+        if (i + 8 <= size) {
+            std::uint64_t word = 0;
+            std::memcpy(&word, bytes + i, 8);
+            // No byte with its top bit set, none zero, none a backslash and none "[" or "{".
+            const std::uint64_t backslashes = word ^ (ones * '\\');
+            const std::uint64_t openings = (word | (ones * 0x20)) ^ (ones * '{');
+            if (((word | ((word - ones) & ~word) | ((backslashes - ones) & ~backslashes) |
+                  ((openings - ones) & ~openings)) &
+                 highs) == 0) {
+                i += 8;
+                continue;
+            }
+        }
+        const unsigned char c = bytes[i];
+        if (c == 0) return false;
+        if (c == '\\') {
+            // A \u escape of a surrogate passes only as a high one directly followed by a low one.
+            const auto surrogate = [&](std::size_t at, char first, char last) {
+                if (at + 5 >= size || bytes[at] != '\\' || bytes[at + 1] != 'u' || (bytes[at + 2] | 0x20) != 'd') return false;
+                const auto digit = static_cast<char>(bytes[at + 3] | 0x20);
+                return digit >= first && digit <= last;
+            };
+            if (surrogate(i, 'c', 'f')) return false;
+            if (surrogate(i, '8', 'b')) {
+                if (!surrogate(i + 6, 'c', 'f')) return false;
+                i += 12;
+                continue;
+            }
+            i += 2; // an escaped backslash does not start another escape
+            continue;
+        }
+        if (c == '[' || c == '{') {
+            if (++openings > maximumOpenings) return false;
+        }
+        if (c < 0x80) {
+            ++i;
+            continue;
+        }
+        const std::size_t length = c >= 0xC2 && c <= 0xDF ? 2 : c >= 0xE0 && c <= 0xEF ? 3 : c >= 0xF0 && c <= 0xF4 ? 4 : 0;
+        if (length == 0 || i + length > size) return false;
+        const unsigned char low = c == 0xE0 ? 0xA0 : c == 0xF0 ? 0x90 : 0x80;
+        const unsigned char high = c == 0xED ? 0x9F : c == 0xF4 ? 0x8F : 0xBF;
+        if (bytes[i + 1] < low || bytes[i + 1] > high) return false;
+        for (std::size_t k = 2; k < length; ++k) {
+            if ((bytes[i + k] & 0xC0) != 0x80) return false;
+        }
+        i += length;
     }
-    return false;
+    return true;
 }
 
 bool readDouble(std::string_view number, double& out)
@@ -124,10 +187,7 @@ public:
         boolean_ = value;
         return scalar(Kind::boolean, {});
     }
-    bool String(const char* text, rapidjson::SizeType length, bool)
-    {
-        return !holdsSurrogate({text, length}) && scalar(Kind::string, {text, length});
-    }
+    bool String(const char* text, rapidjson::SizeType length, bool) { return scalar(Kind::string, {text, length}); }
     // The full decoder refuses a number beyond a double's range wherever it stands, under any key.
     bool RawNumber(const char* text, rapidjson::SizeType length, bool)
     {
@@ -140,7 +200,6 @@ public:
     bool Key(const char* text, rapidjson::SizeType length, bool)
     {
         const std::string_view name(text, length);
-        if (holdsSurrogate(name)) return false;
         if (skipFrom_ != 0) return true;
         if (depth_ == 1) {
             key_ = name == "createdAt" ? Key::createdAt : name == "data" ? Key::data : name == "errorCode" ? Key::errorCode
@@ -256,15 +315,17 @@ void from_json(const nlohmann::json& json, Response& value)
 
 bool fastDecode(std::string_view json, Response& value)
 {
-    // The parser takes a NUL byte for the end of the text; JSON never holds one, so any NUL is
-    // left to the full decoder, which refuses it.
-    if (json.empty() || std::memchr(json.data(), '\0', json.size()) != nullptr) return false;
+    if (json.empty() || !plainText(json)) return false;
 
     // Filled in place: an absent key leaves its field empty, as in from_json. On false the
     // record is left part-filled, which the contract allows.
     value = Response();
     RecordReader reader(Fields{value.createdAt_, value.data, value.errorCode_, value.errorMessage_, value.id, value.isRead});
-    rapidjson::MemoryStream stream(json.data(), json.size());
+    // The copy's terminating NUL (plainText allows none inside) ends the text. Kept per thread,
+    // so its memory is reused from record to record.
+    thread_local std::string text;
+    text.assign(json);
+    rapidjson::InsituStringStream stream(text.data());
     rapidjson::Reader parser;
     return !parser.Parse<parseFlags>(stream, reader).IsError();
 }
