@@ -4,7 +4,9 @@
 
 namespace fexo {
 
-DataRepository::DataRepository(std::shared_ptr<DataStorage> dataStorage) : dataStorage_(std::move(dataStorage)) {}
+DataRepository::DataRepository(std::shared_ptr<DataStorage> dataStorage) : dataStorage_(std::move(dataStorage))
+{
+}
 
 std::string DataRepository::key(std::string_view id)
 {

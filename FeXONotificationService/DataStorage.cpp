@@ -24,8 +24,7 @@ void reportUnwrittenChange(const UserDefaults& store)
     const std::string line = "The app group store \"" + store.databasePath().string() + "\" could not be written (" +
                              store.lastWriteFailure() + "); the change was not kept.\n";
     // One write, so that lines of several threads or processes never interleave.
-    while (::write(STDERR_FILENO, line.data(), line.size()) < 0 && errno == EINTR) {
-    }
+    while (::write(STDERR_FILENO, line.data(), line.size()) < 0 && errno == EINTR) { }
 }
 
 } // namespace fexo

@@ -4,9 +4,9 @@
 
 namespace fexo {
 
-DeviceInfo::DeviceInfo(std::string deviceId, std::string registrationId, std::string mobileNumber,
-                       std::string appId, std::string osType, std::string osVersion, std::string imeI1,
-                       std::string imeI2, std::string data, PushProvider pushNotificationProvider)
+DeviceInfo::DeviceInfo(std::string deviceId, std::string registrationId, std::string mobileNumber, std::string appId,
+                       std::string osType, std::string osVersion, std::string imeI1, std::string imeI2,
+                       std::string data, PushProvider pushNotificationProvider)
     : deviceId(std::move(deviceId)), registrationId(std::move(registrationId)), mobileNumber(std::move(mobileNumber)),
       appId(std::move(appId)), osType(std::move(osType)), osVersion(std::move(osVersion)), imeI1(std::move(imeI1)),
       imeI2(std::move(imeI2)), data(std::move(data)), pushNotificationProvider(pushNotificationProvider)
@@ -16,8 +16,8 @@ DeviceInfo::DeviceInfo(std::string deviceId, std::string registrationId, std::st
 bool DeviceInfo::operator==(const DeviceInfo& other) const
 {
     const auto fields = [](const DeviceInfo& d) {
-        return std::tie(d.deviceId, d.registrationId, d.mobileNumber, d.appId, d.osType, d.osVersion, d.imeI1,
-                        d.imeI2, d.data, d.pushNotificationProvider);
+        return std::tie(d.deviceId, d.registrationId, d.mobileNumber, d.appId, d.osType, d.osVersion, d.imeI1, d.imeI2,
+                        d.data, d.pushNotificationProvider);
     };
     return fields(*this) == fields(other);
 }

@@ -7,7 +7,9 @@
 
 namespace fexo {
 
-Endpoint::Endpoint(Case kind, std::shared_ptr<const Payloadable> payload) : kind_(kind), payload_(std::move(payload)) {}
+Endpoint::Endpoint(Case kind, std::shared_ptr<const Payloadable> payload) : kind_(kind), payload_(std::move(payload))
+{
+}
 
 Endpoint Endpoint::notificationContent(NotificationRequestInfo payload)
 {
@@ -22,8 +24,10 @@ Endpoint Endpoint::registerNewDevice(DeviceInfo payload)
 const char* Endpoint::path() const
 {
     switch (kind_) {
-    case Case::notificationContent: return "/api/Notification/GetNotificationContent";
-    case Case::registerNewDevice: return "/api/Registration/RegisterNewDevice";
+    case Case::notificationContent:
+        return "/api/Notification/GetNotificationContent";
+    case Case::registerNewDevice:
+        return "/api/Registration/RegisterNewDevice";
     }
     return "";
 }

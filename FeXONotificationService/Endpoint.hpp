@@ -14,7 +14,10 @@ namespace fexo {
 // its own copy of the payload.
 class Endpoint : public RequestProviding {
 public:
-    enum class Case { notificationContent, registerNewDevice };
+    enum class Case {
+        notificationContent,
+        registerNewDevice
+    };
 
     static Endpoint notificationContent(NotificationRequestInfo payload);
     static Endpoint registerNewDevice(DeviceInfo payload);

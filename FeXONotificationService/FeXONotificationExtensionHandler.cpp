@@ -23,7 +23,8 @@ FeXONotificationExtensionHandler::FeXONotificationExtensionHandler(DataRepositor
 {
 }
 
-FeXONotificationExtensionHandler::FeXONotificationExtensionHandler(const FeXONotificationExtensionHandler& other) = default;
+FeXONotificationExtensionHandler::FeXONotificationExtensionHandler(const FeXONotificationExtensionHandler& other) =
+    default;
 FeXONotificationExtensionHandler&
 FeXONotificationExtensionHandler::operator=(const FeXONotificationExtensionHandler& other) = default;
 FeXONotificationExtensionHandler::~FeXONotificationExtensionHandler() = default;
@@ -51,27 +52,26 @@ void FeXONotificationExtensionHandler::handleNotification(const UNNotificationRe
 
     NotificationRequestInfo requestInfo(payload ? payload->recipientId.value_or("") : "",
                                         payload ? payload->registration_id.value_or("") : "");
-    fetchNotificationContent(
-        std::move(requestInfo),
-        [content = std::move(content), self = *this,
-         contentHandler = std::move(contentHandler)](Result<Response> result) mutable {
-            if (result.isFailure()) {
-                const std::string description = result.error().localizedDescription();
-                content->setBody(description);
-                printLine("Notifications Content Error" + description);
-                return;
-            }
-            const Response& response = result.value();
-            content->setTitle(response.data ? response.data->sender.value_or("") : "");
-            content->setBody(response.data ? response.data->text.value_or("") : "");
+    fetchNotificationContent(std::move(requestInfo),
+                             [content = std::move(content), self = *this,
+                              contentHandler = std::move(contentHandler)](Result<Response> result) mutable {
+                                 if (result.isFailure()) {
+                                     const std::string description = result.error().localizedDescription();
+                                     content->setBody(description);
+                                     printLine("Notifications Content Error" + description);
+                                     return;
+                                 }
+                                 const Response& response = result.value();
+                                 content->setTitle(response.data ? response.data->sender.value_or("") : "");
+                                 content->setBody(response.data ? response.data->text.value_or("") : "");
 
-            Response stored = response;
-            stored.id = UUID().uuidString();
-            ResponseAccess::createdAt(stored) = Date::now();
-            self.dataPersistence_.write(stored);
+                                 Response stored = response;
+                                 stored.id = UUID().uuidString();
+                                 ResponseAccess::createdAt(stored) = Date::now();
+                                 self.dataPersistence_.write(stored);
 
-            contentHandler(std::move(content));
-        });
+                                 contentHandler(std::move(content));
+                             });
 }
 
 } // namespace fexo

@@ -26,12 +26,12 @@ void FeXOService::registerDevice(std::string token, std::string deviceID, std::s
                                  std::string mobileNumber, PushProvider provider,
                                  RegistrationCompletion completion) const
 {
-    DeviceInfo deviceInfo(std::move(deviceID), std::move(token), std::move(mobileNumber), sharedConfiguration().bundleId,
-                          "iOS", UIDevice::current().systemVersion(), std::move(imeI1), std::move(imeI2), "", provider);
-    pushProvider_.registerDevice(std::move(deviceInfo),
-                                 [completion = std::move(completion)](Result<RegisterDeviceModel> result) {
-                                     completion(std::move(result));
-                                 });
+    DeviceInfo deviceInfo(std::move(deviceID), std::move(token), std::move(mobileNumber),
+                          sharedConfiguration().bundleId, "iOS", UIDevice::current().systemVersion(), std::move(imeI1),
+                          std::move(imeI2), "", provider);
+    pushProvider_.registerDevice(
+        std::move(deviceInfo),
+        [completion = std::move(completion)](Result<RegisterDeviceModel> result) { completion(std::move(result)); });
 }
 
 std::optional<std::vector<Response>> FeXOService::fetchAllNotifications()

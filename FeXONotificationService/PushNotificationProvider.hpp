@@ -12,7 +12,8 @@ namespace fexo {
 // which is immutable, so a copy behaves exactly as its original.
 class FEXO_EXPORT PushNotificationProvider : public RegisterDeviceProvider {
 public:
-    explicit PushNotificationProvider(std::shared_ptr<const Networking> network = std::make_shared<NetworkingService>());
+    explicit PushNotificationProvider(
+        std::shared_ptr<const Networking> network = std::make_shared<NetworkingService>());
 
     const Networking& network() const override { return *network_; }
 

@@ -4,8 +4,8 @@
 #include <rapidjson/stream.h>
 
 #include <charconv>
-#include <cstdint>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <system_error>
 
@@ -26,8 +26,23 @@ constexpr unsigned parseFlags = rapidjson::kParseInsituFlag | rapidjson::kParseN
 // the parser recurses once per level. A stored record nests two levels.
 constexpr std::size_t maximumOpenings = 64;
 
-enum class Kind { null, boolean, string, number };
-enum class Key { none, createdAt, data, errorCode, errorMessage, id, isRead, text, sender };
+enum class Kind {
+    null,
+    boolean,
+    string,
+    number
+};
+enum class Key {
+    none,
+    createdAt,
+    data,
+    errorCode,
+    errorMessage,
+    id,
+    isRead,
+    text,
+    sender
+};
 
 struct Fields {
     std::optional<Date>& createdAt;
@@ -90,7 +105,8 @@ bool plainText(std::string_view text)
         if (c == '\\') {
             // A \u escape of a surrogate passes only as a high one directly followed by a low one.
             const auto surrogate = [&](std::size_t at, char first, char last) {
-                if (at + 5 >= size || bytes[at] != '\\' || bytes[at + 1] != 'u' || (bytes[at + 2] | 0x20) != 'd') return false;
+                if (at + 5 >= size || bytes[at] != '\\' || bytes[at + 1] != 'u' || (bytes[at + 2] | 0x20) != 'd')
+                    return false;
                 const auto digit = static_cast<char>(bytes[at + 3] | 0x20);
                 return digit >= first && digit <= last;
             };
@@ -110,7 +126,10 @@ bool plainText(std::string_view text)
             ++i;
             continue;
         }
-        const std::size_t length = c >= 0xC2 && c <= 0xDF ? 2 : c >= 0xE0 && c <= 0xEF ? 3 : c >= 0xF0 && c <= 0xF4 ? 4 : 0;
+        const std::size_t length = c >= 0xC2 && c <= 0xDF   ? 2
+                                   : c >= 0xE0 && c <= 0xEF ? 3
+                                   : c >= 0xF0 && c <= 0xF4 ? 4
+                                                            : 0;
         if (length == 0 || i + length > size) return false;
         const unsigned char low = c == 0xE0 ? 0xA0 : c == 0xF0 ? 0x90 : 0x80;
         const unsigned char high = c == 0xED ? 0x9F : c == 0xF4 ? 0x8F : 0xBF;
@@ -147,9 +166,12 @@ bool readDouble(std::string_view number, double& out)
 bool readDate(Kind kind, std::string_view number, std::optional<Date>& out)
 {
     double seconds = 0;
-    if (kind == Kind::null) out.reset();
-    else if (kind == Kind::number && readDouble(number, seconds)) out = Date(seconds);
-    else return false;
+    if (kind == Kind::null)
+        out.reset();
+    else if (kind == Kind::number && readDouble(number, seconds))
+        out = Date(seconds);
+    else
+        return false;
     return true;
 }
 
@@ -179,7 +201,7 @@ bool readInt64(Kind kind, std::string_view number, std::optional<std::int64_t>& 
 // but ignored.
 class RecordReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, RecordReader> {
 public:
-    explicit RecordReader(Fields fields) : fields_(fields) {}
+    explicit RecordReader(Fields fields) : fields_(fields) { }
 
     bool Null() { return scalar(Kind::null, {}); }
     bool Bool(bool value)
@@ -193,7 +215,8 @@ public:
     {
         const std::string_view number(text, length);
         double real = 0;
-        if ((!integral(number) || length > 18) && std::from_chars(text, text + length, real).ec != std::errc{}) return false;
+        if ((!integral(number) || length > 18) && std::from_chars(text, text + length, real).ec != std::errc{})
+            return false;
         return scalar(Kind::number, number);
     }
 
@@ -202,8 +225,13 @@ public:
         const std::string_view name(text, length);
         if (skipFrom_ != 0) return true;
         if (depth_ == 1) {
-            key_ = name == "createdAt" ? Key::createdAt : name == "data" ? Key::data : name == "errorCode" ? Key::errorCode
-                 : name == "errorMessage" ? Key::errorMessage : name == "id" ? Key::id : name == "isRead" ? Key::isRead : Key::none;
+            key_ = name == "createdAt"      ? Key::createdAt
+                   : name == "data"         ? Key::data
+                   : name == "errorCode"    ? Key::errorCode
+                   : name == "errorMessage" ? Key::errorMessage
+                   : name == "id"           ? Key::id
+                   : name == "isRead"       ? Key::isRead
+                                            : Key::none;
         } else {
             key_ = name == "text" ? Key::text : name == "sender" ? Key::sender : Key::none;
         }
@@ -253,22 +281,32 @@ private:
         if (skipFrom_ != 0) return true;
         if (depth_ == 0) return false; // the top level is not an object
         switch (key_) {
-        case Key::none: return true;
-        case Key::createdAt: return readDate(kind, text, fields_.createdAt);
+        case Key::none:
+            return true;
+        case Key::createdAt:
+            return readDate(kind, text, fields_.createdAt);
         case Key::data:
             if (kind != Kind::null) return false;
             fields_.data.reset();
             return true;
-        case Key::errorCode: return readInt64(kind, text, fields_.errorCode);
-        case Key::errorMessage: return readText(kind, text, fields_.errorMessage);
-        case Key::id: return readText(kind, text, fields_.id);
+        case Key::errorCode:
+            return readInt64(kind, text, fields_.errorCode);
+        case Key::errorMessage:
+            return readText(kind, text, fields_.errorMessage);
+        case Key::id:
+            return readText(kind, text, fields_.id);
         case Key::isRead:
-            if (kind == Kind::null) fields_.isRead.reset();
-            else if (kind == Kind::boolean) fields_.isRead = boolean_;
-            else return false;
+            if (kind == Kind::null)
+                fields_.isRead.reset();
+            else if (kind == Kind::boolean)
+                fields_.isRead = boolean_;
+            else
+                return false;
             return true;
-        case Key::text: return readText(kind, text, data_.text);
-        case Key::sender: return readText(kind, text, data_.sender);
+        case Key::text:
+            return readText(kind, text, data_.text);
+        case Key::sender:
+            return readText(kind, text, data_.sender);
         }
         return false;
     }
@@ -320,7 +358,8 @@ bool fastDecode(std::string_view json, Response& value)
     // Filled in place: an absent key leaves its field empty, as in from_json. On false the
     // record is left part-filled, which the contract allows.
     value = Response();
-    RecordReader reader(Fields{value.createdAt_, value.data, value.errorCode_, value.errorMessage_, value.id, value.isRead});
+    RecordReader reader(
+        Fields{value.createdAt_, value.data, value.errorCode_, value.errorMessage_, value.id, value.isRead});
     // The copy's terminating NUL (plainText allows none inside) ends the text. Kept per thread,
     // so its memory is reused from record to record.
     thread_local std::string text;

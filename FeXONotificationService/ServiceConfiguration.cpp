@@ -23,9 +23,9 @@ constexpr const char* fileName = "FeXOService-Info.plist";
 // condition raised again raises the same object.
 const NSException& fileException()
 {
-    static const NSException* exception = new NSException(
-        "NSGenericException",
-        std::string(" FeXO notifications framework could not find a valid ") + fileName + " in your project.");
+    static const NSException* exception =
+        new NSException("NSGenericException", std::string(" FeXO notifications framework could not find a valid ") +
+                                                  fileName + " in your project.");
     return *exception;
 }
 

@@ -39,7 +39,7 @@ class NSException;
 // and the public configuration check both decide through this one function. Reads the file
 // anew on every call. Any thread.
 struct ServiceConfigurationReading {
-    ServiceConfiguration values;              // complete when `exception` is null
+    ServiceConfiguration values;            // complete when `exception` is null
     const NSException* exception = nullptr; // one of the process's kept exception objects
 };
 ServiceConfigurationReading readServiceConfiguration();

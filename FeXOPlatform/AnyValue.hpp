@@ -27,7 +27,17 @@ public:
     using Array = std::vector<AnyValue>;
     using Dictionary = std::vector<Entry>;
 
-    enum class Kind { null, string, integer, real, boolean, date, data, array, dictionary };
+    enum class Kind {
+        null,
+        string,
+        integer,
+        real,
+        boolean,
+        date,
+        data,
+        array,
+        dictionary
+    };
 
     // Defined below Entry: clang instantiates the storage's members where they are defined, and
     // a dictionary's entries must be complete there.
@@ -71,17 +81,41 @@ struct AnyValue::Entry {
     bool operator==(const Entry&) const = default;
 };
 
-inline AnyValue::AnyValue() : storage_(Null{}) {}
-inline AnyValue::AnyValue(Null) : storage_(Null{}) {}
-inline AnyValue::AnyValue(std::string value) : storage_(std::move(value)) {}
-inline AnyValue::AnyValue(const char* value) : storage_(std::string(value)) {}
-inline AnyValue::AnyValue(std::int64_t value) : storage_(value) {}
-inline AnyValue::AnyValue(int value) : storage_(static_cast<std::int64_t>(value)) {}
-inline AnyValue::AnyValue(double value) : storage_(value) {}
-inline AnyValue::AnyValue(bool value) : storage_(value) {}
-inline AnyValue::AnyValue(Date value) : storage_(value) {}
-inline AnyValue::AnyValue(Data value) : storage_(std::move(value)) {}
-inline AnyValue::AnyValue(Array value) : storage_(std::move(value)) {}
-inline AnyValue::AnyValue(Dictionary value) : storage_(std::move(value)) {}
+inline AnyValue::AnyValue() : storage_(Null{})
+{
+}
+inline AnyValue::AnyValue(Null) : storage_(Null{})
+{
+}
+inline AnyValue::AnyValue(std::string value) : storage_(std::move(value))
+{
+}
+inline AnyValue::AnyValue(const char* value) : storage_(std::string(value))
+{
+}
+inline AnyValue::AnyValue(std::int64_t value) : storage_(value)
+{
+}
+inline AnyValue::AnyValue(int value) : storage_(static_cast<std::int64_t>(value))
+{
+}
+inline AnyValue::AnyValue(double value) : storage_(value)
+{
+}
+inline AnyValue::AnyValue(bool value) : storage_(value)
+{
+}
+inline AnyValue::AnyValue(Date value) : storage_(value)
+{
+}
+inline AnyValue::AnyValue(Data value) : storage_(std::move(value))
+{
+}
+inline AnyValue::AnyValue(Array value) : storage_(std::move(value))
+{
+}
+inline AnyValue::AnyValue(Dictionary value) : storage_(std::move(value))
+{
+}
 
 } // namespace fexo

@@ -24,7 +24,7 @@ bool makeFolders(const std::filesystem::path& path)
         }
         if (errno != EEXIST) return false;
     }
-    struct stat status {};
+    struct stat status { };
     return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
@@ -44,7 +44,8 @@ std::optional<std::filesystem::path> appGroupsRoot()
     };
     if (const char* root = variable("FEXO_APP_GROUPS_DIR")) return std::filesystem::path(root);
     if (const char* data = variable("XDG_DATA_HOME")) return std::filesystem::path(data) / "fexo" / "app-groups";
-    if (const char* home = variable("HOME")) return std::filesystem::path(home) / ".local" / "share" / "fexo" / "app-groups";
+    if (const char* home = variable("HOME"))
+        return std::filesystem::path(home) / ".local" / "share" / "fexo" / "app-groups";
     return std::nullopt;
 }
 
@@ -63,7 +64,7 @@ std::optional<std::filesystem::path> prepareSuiteFolder(std::string_view suiteNa
     } else if (errno != EEXIST) {
         return std::nullopt;
     }
-    struct stat status {};
+    struct stat status { };
     if (::lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return std::nullopt;
     return folder;
 }

@@ -18,8 +18,7 @@ Date Date::fromSystemClock(std::chrono::system_clock::time_point timePoint)
 std::chrono::system_clock::time_point Date::toSystemClock() const
 {
     const std::chrono::duration<double> since1970(timeIntervalSince1970());
-    return std::chrono::system_clock::time_point(
-        std::chrono::round<std::chrono::system_clock::duration>(since1970));
+    return std::chrono::system_clock::time_point(std::chrono::round<std::chrono::system_clock::duration>(since1970));
 }
 
 } // namespace fexo

@@ -16,10 +16,7 @@ public:
     static constexpr double timeIntervalBetween1970AndReferenceDate = 978307200.0;
 
     constexpr Date() = default;
-    constexpr explicit Date(double timeIntervalSinceReferenceDate)
-        : seconds_(timeIntervalSinceReferenceDate)
-    {
-    }
+    constexpr explicit Date(double timeIntervalSinceReferenceDate) : seconds_(timeIntervalSinceReferenceDate) { }
 
     // The current time of the system clock.
     static Date now();
@@ -30,10 +27,7 @@ public:
     }
 
     constexpr double timeIntervalSinceReferenceDate() const { return seconds_; }
-    constexpr double timeIntervalSince1970() const
-    {
-        return seconds_ + timeIntervalBetween1970AndReferenceDate;
-    }
+    constexpr double timeIntervalSince1970() const { return seconds_ + timeIntervalBetween1970AndReferenceDate; }
     // Rounded to the system clock's resolution.
     std::chrono::system_clock::time_point toSystemClock() const;
 

@@ -39,8 +39,8 @@ void EncodingError::refreshDescription()
         path += "\"" + codingPath_[i] + "\"";
     }
     path += "]";
-    description_ = "invalidValue(" + value_ + ", Context(codingPath: " + path +
-                   ", debugDescription: \"" + debugDescription_ + "\"))";
+    description_ = "invalidValue(" + value_ + ", Context(codingPath: " + path + ", debugDescription: \"" +
+                   debugDescription_ + "\"))";
 }
 
 } // namespace fexo

@@ -25,23 +25,29 @@ class FEXO_EXPORT Error {
 public:
     template <class E>
         requires std::is_base_of_v<ErrorBase, std::decay_t<E>>
-    Error(E&& error) // NOLINT(google-explicit-constructor): any concrete error passes where an Error is due
-        : impl_(std::make_shared<const std::decay_t<E>>(std::forward<E>(error)))
-    {
-    }
+        Error(E&& error) // NOLINT(google-explicit-constructor): any concrete error passes where an Error is due
+            : impl_(std::make_shared<const std::decay_t<E>>(std::forward<E>(error)))
+        {
+        }
 
-    std::string localizedDescription() const { return impl_->localizedDescription(); }
-    std::string description() const { return impl_->description(); }
+        std::string localizedDescription() const
+        {
+            return impl_->localizedDescription();
+        }
+        std::string description() const
+        {
+            return impl_->description();
+        }
 
-    // The concrete error when it is of kind E (or derived from it), else null.
-    template <class E>
-    const E* as() const
-    {
-        return dynamic_cast<const E*>(impl_.get());
-    }
+        // The concrete error when it is of kind E (or derived from it), else null.
+        template <class E>
+        const E* as() const
+        {
+            return dynamic_cast<const E*>(impl_.get());
+        }
 
-private:
-    std::shared_ptr<const ErrorBase> impl_;
+    private:
+        std::shared_ptr<const ErrorBase> impl_;
 };
 
 } // namespace fexo

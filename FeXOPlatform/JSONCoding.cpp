@@ -8,25 +8,32 @@ namespace fexo::coding {
 std::string kindDescription(const Json& value)
 {
     switch (value.type()) {
-    case Json::value_t::null: return "null";
-    case Json::value_t::object: return "a dictionary";
-    case Json::value_t::array: return "an array";
-    case Json::value_t::string: return "a string";
-    case Json::value_t::boolean: return "a boolean";
+    case Json::value_t::null:
+        return "null";
+    case Json::value_t::object:
+        return "a dictionary";
+    case Json::value_t::array:
+        return "an array";
+    case Json::value_t::string:
+        return "a string";
+    case Json::value_t::boolean:
+        return "a boolean";
     case Json::value_t::number_integer:
     case Json::value_t::number_unsigned:
-    case Json::value_t::number_float: return "a number";
+    case Json::value_t::number_float:
+        return "a number";
     case Json::value_t::binary:
-    case Json::value_t::discarded: break;
+    case Json::value_t::discarded:
+        break;
     }
     return "an unsupported value";
 }
 
 void throwTypeMismatch(std::string_view expectedType, const Json& found)
 {
-    throw DecodingError::typeMismatch(std::string(expectedType),
-                                      "Expected to decode " + std::string(expectedType) + " but found " +
-                                          kindDescription(found) + " instead.");
+    throw DecodingError::typeMismatch(std::string(expectedType), "Expected to decode " + std::string(expectedType) +
+                                                                     " but found " + kindDescription(found) +
+                                                                     " instead.");
 }
 
 void requireObject(const Json& value)

@@ -48,19 +48,30 @@ FEXO_EXPORT void encodeValue(Json& out, double value);
 FEXO_EXPORT void encodeValue(Json& out, const Date& value);
 
 template <class T>
-concept JSONRecord = requires(const Json& j, T& record) { from_json(j, record); };
+concept JSONRecord = requires(const Json& j, T& record)
+{
+    from_json(j, record);
+};
 
 template <class T>
-concept JSONEncodableRecord = requires(Json& j, const T& record) { to_json(j, record); };
+concept JSONEncodableRecord = requires(Json& j, const T& record)
+{
+    to_json(j, record);
+};
 
 template <class T>
 constexpr std::string_view codingTypeName()
 {
-    if constexpr (std::is_same_v<T, std::string>) return "String";
-    else if constexpr (std::is_same_v<T, bool>) return "Bool";
-    else if constexpr (std::is_same_v<T, std::int64_t>) return "Int64";
-    else if constexpr (std::is_same_v<T, double> || std::is_same_v<T, Date>) return "Double";
-    else return "Dictionary<String, Any>";
+    if constexpr (std::is_same_v<T, std::string>)
+        return "String";
+    else if constexpr (std::is_same_v<T, bool>)
+        return "Bool";
+    else if constexpr (std::is_same_v<T, std::int64_t>)
+        return "Int64";
+    else if constexpr (std::is_same_v<T, double> || std::is_same_v<T, Date>)
+        return "Double";
+    else
+        return "Dictionary<String, Any>";
 }
 
 // Runs `body`; a coding error thrown inside gets `component` put in front of its path.
@@ -126,9 +137,9 @@ void decodeRequired(const Json& object, const char* key, T& out)
     }
     atPath(key, [&] {
         if (it->is_null()) {
-            throw DecodingError::valueNotFound(std::string(codingTypeName<T>()),
-                                               "Expected " + std::string(codingTypeName<T>()) +
-                                                   " value but found null instead.");
+            throw DecodingError::valueNotFound(std::string(codingTypeName<T>()), "Expected " +
+                                                                                     std::string(codingTypeName<T>()) +
+                                                                                     " value but found null instead.");
         }
         decodeValue(*it, out);
     });

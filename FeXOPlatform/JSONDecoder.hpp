@@ -23,8 +23,10 @@ public:
     template <class T>
     T decode(std::string_view data) const
     {
-        if constexpr (requires(T& candidate) {
-                          { fastDecode(data, candidate) } -> std::same_as<bool>;
+        if constexpr (requires(T & candidate) {
+                          {
+                              fastDecode(data, candidate)
+                              } -> std::same_as<bool>;
                       }) {
             T value{};
             if (fastDecode(data, value)) return value;

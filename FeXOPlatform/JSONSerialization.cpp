@@ -23,15 +23,21 @@ nlohmann::json toJSON(const AnyValue& value, int depth)
 {
     if (depth > maximumDepth) invalid("nesting (too deep)");
     switch (value.kind()) {
-    case AnyValue::Kind::null: return nullptr;
-    case AnyValue::Kind::string: return *value.string();
-    case AnyValue::Kind::integer: return *value.integer();
+    case AnyValue::Kind::null:
+        return nullptr;
+    case AnyValue::Kind::string:
+        return *value.string();
+    case AnyValue::Kind::integer:
+        return *value.integer();
     case AnyValue::Kind::real:
         if (!std::isfinite(*value.real())) invalid("number value (" + std::to_string(*value.real()) + ")");
         return *value.real();
-    case AnyValue::Kind::boolean: return *value.boolean();
-    case AnyValue::Kind::date: invalid("type (Date)");
-    case AnyValue::Kind::data: invalid("type (Data)");
+    case AnyValue::Kind::boolean:
+        return *value.boolean();
+    case AnyValue::Kind::date:
+        invalid("type (Date)");
+    case AnyValue::Kind::data:
+        invalid("type (Data)");
     case AnyValue::Kind::array: {
         auto array = nlohmann::json::array();
         for (const auto& element : *value.array()) array.push_back(toJSON(element, depth + 1));
@@ -55,15 +61,19 @@ AnyValue fromJSON(const nlohmann::json& json, int depth)
         throw CocoaError(CocoaError::propertyListReadCorrupt, "Too many nested arrays or dictionaries");
     }
     switch (json.type()) {
-    case nlohmann::json::value_t::string: return AnyValue(json.get<std::string>());
-    case nlohmann::json::value_t::number_integer: return AnyValue(json.get<std::int64_t>());
+    case nlohmann::json::value_t::string:
+        return AnyValue(json.get<std::string>());
+    case nlohmann::json::value_t::number_integer:
+        return AnyValue(json.get<std::int64_t>());
     case nlohmann::json::value_t::number_unsigned: {
         const auto u = json.get<std::uint64_t>();
         if (u <= static_cast<std::uint64_t>(INT64_MAX)) return AnyValue(static_cast<std::int64_t>(u));
         return AnyValue(static_cast<double>(u));
     }
-    case nlohmann::json::value_t::number_float: return AnyValue(json.get<double>());
-    case nlohmann::json::value_t::boolean: return AnyValue(json.get<bool>());
+    case nlohmann::json::value_t::number_float:
+        return AnyValue(json.get<double>());
+    case nlohmann::json::value_t::boolean:
+        return AnyValue(json.get<bool>());
     case nlohmann::json::value_t::array: {
         AnyValue::Array array;
         array.reserve(json.size());
@@ -73,10 +83,12 @@ AnyValue fromJSON(const nlohmann::json& json, int depth)
     case nlohmann::json::value_t::object: {
         AnyValue::Dictionary dictionary;
         dictionary.reserve(json.size());
-        for (const auto& [key, element] : json.items()) dictionary.push_back({AnyValue(key), fromJSON(element, depth + 1)});
+        for (const auto& [key, element] : json.items())
+            dictionary.push_back({AnyValue(key), fromJSON(element, depth + 1)});
         return AnyValue(std::move(dictionary));
     }
-    default: return AnyValue();
+    default:
+        return AnyValue();
     }
 }
 

@@ -13,7 +13,10 @@ namespace fexo {
 // Reading and writing property lists in the XML and the binary form.
 class PropertyList {
 public:
-    enum class Format { xml, binary };
+    enum class Format {
+        xml,
+        binary
+    };
 
     // Inputs larger than this are refused unread.
     static constexpr std::size_t maximumParseSize = std::size_t{8} << 20;

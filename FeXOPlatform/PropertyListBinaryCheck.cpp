@@ -41,7 +41,10 @@ public:
 
     std::uint64_t count() const { return count_; }
     std::uint64_t top() const { return top_; }
-    std::uint64_t offset(std::uint64_t object) const { return readBigEndian(bytes_, table_ + object * offsetSize_, offsetSize_); }
+    std::uint64_t offset(std::uint64_t object) const
+    {
+        return readBigEndian(bytes_, table_ + object * offsetSize_, offsetSize_);
+    }
     std::size_t trailer() const { return trailer_; }
 
     // An object's marker byte, its element count and where its payload starts; false when the

@@ -22,19 +22,28 @@ public:
     using Array = std::vector<PropertyListValue>;
     using Dictionary = std::map<std::string, PropertyListValue, std::less<>>;
 
-    enum class Kind { string, integer, real, boolean, date, data, array, dictionary };
+    enum class Kind {
+        string,
+        integer,
+        real,
+        boolean,
+        date,
+        data,
+        array,
+        dictionary
+    };
 
-    PropertyListValue() : storage_(Dictionary{}) {}
-    PropertyListValue(std::string value) : storage_(std::move(value)) {}
-    PropertyListValue(const char* value) : storage_(std::string(value)) {}
-    PropertyListValue(std::int64_t value) : storage_(value) {}
-    PropertyListValue(int value) : storage_(static_cast<std::int64_t>(value)) {}
-    PropertyListValue(double value) : storage_(value) {}
-    PropertyListValue(bool value) : storage_(value) {}
-    PropertyListValue(Date value) : storage_(value) {}
-    PropertyListValue(Data value) : storage_(std::move(value)) {}
-    PropertyListValue(Array value) : storage_(std::move(value)) {}
-    PropertyListValue(Dictionary value) : storage_(std::move(value)) {}
+    PropertyListValue() : storage_(Dictionary{}) { }
+    PropertyListValue(std::string value) : storage_(std::move(value)) { }
+    PropertyListValue(const char* value) : storage_(std::string(value)) { }
+    PropertyListValue(std::int64_t value) : storage_(value) { }
+    PropertyListValue(int value) : storage_(static_cast<std::int64_t>(value)) { }
+    PropertyListValue(double value) : storage_(value) { }
+    PropertyListValue(bool value) : storage_(value) { }
+    PropertyListValue(Date value) : storage_(value) { }
+    PropertyListValue(Data value) : storage_(std::move(value)) { }
+    PropertyListValue(Array value) : storage_(std::move(value)) { }
+    PropertyListValue(Dictionary value) : storage_(std::move(value)) { }
 
     Kind kind() const { return static_cast<Kind>(storage_.index()); }
 

@@ -34,7 +34,10 @@ bool isBusy(int result)
 
 } // namespace
 
-StoreConnection::StoreConnection(sqlite3* database, std::filesystem::path path) : database_(database), path_(std::move(path)) {}
+StoreConnection::StoreConnection(sqlite3* database, std::filesystem::path path)
+    : database_(database), path_(std::move(path))
+{
+}
 
 StoreConnection::~StoreConnection()
 {
@@ -78,7 +81,8 @@ sqlite3_stmt* StoreConnection::prepared(Statement which)
 {
     auto& slot = statements_[static_cast<std::size_t>(which)];
     if (slot == nullptr) {
-        sqlite3_prepare_v3(database_, statementTexts[static_cast<std::size_t>(which)], -1, SQLITE_PREPARE_PERSISTENT, &slot, nullptr);
+        sqlite3_prepare_v3(database_, statementTexts[static_cast<std::size_t>(which)], -1, SQLITE_PREPARE_PERSISTENT,
+                           &slot, nullptr);
     }
     return slot;
 }

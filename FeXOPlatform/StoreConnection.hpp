@@ -45,7 +45,7 @@ public:
     // A cached statement, reset and unbound when the guard goes away.
     class Use {
     public:
-        Use(StoreConnection& connection, sqlite3_stmt* statement) : connection_(connection), statement_(statement) {}
+        Use(StoreConnection& connection, sqlite3_stmt* statement) : connection_(connection), statement_(statement) { }
         ~Use();
         Use(const Use&) = delete;
         Use& operator=(const Use&) = delete;

@@ -27,7 +27,8 @@ std::string journalMode(sqlite3* database, const char* pragma)
 {
     sqlite3_stmt* statement = nullptr;
     std::string mode;
-    if (sqlite3_prepare_v2(database, pragma, -1, &statement, nullptr) == SQLITE_OK && sqlite3_step(statement) == SQLITE_ROW) {
+    if (sqlite3_prepare_v2(database, pragma, -1, &statement, nullptr) == SQLITE_OK &&
+        sqlite3_step(statement) == SQLITE_ROW) {
         if (const auto* text = sqlite3_column_text(statement, 0)) mode = reinterpret_cast<const char*>(text);
     }
     sqlite3_finalize(statement);
@@ -44,8 +45,8 @@ void StoreDatabaseCloser::operator()(sqlite3* database) const
 StoreDatabase openStoreDatabase(const std::filesystem::path& path)
 {
     sqlite3* raw = nullptr;
-    const int opened = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW,
-                                       storeFileSystemName());
+    const int opened = sqlite3_open_v2(
+        path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, storeFileSystemName());
     StoreDatabase database(raw);
     if (opened != SQLITE_OK) return nullptr;
     // The busy timeout comes first: every later step may wait for a lock of another process.
@@ -55,7 +56,8 @@ StoreDatabase openStoreDatabase(const std::filesystem::path& path)
 
 bool configureStoreDatabase(sqlite3* database)
 {
-    if (journalMode(database, "PRAGMA journal_mode") != "wal" && journalMode(database, "PRAGMA journal_mode = WAL") != "wal") {
+    if (journalMode(database, "PRAGMA journal_mode") != "wal" &&
+        journalMode(database, "PRAGMA journal_mode = WAL") != "wal") {
         return false;
     }
     // FULL: a commit that returned is on disk, not only in the page cache.
@@ -68,7 +70,7 @@ bool configureStoreDatabase(sqlite3* database)
 // SQLite gives its -wal and -shm files the mode of the database file.
 bool publishStoreDatabase(const std::filesystem::path& path)
 {
-    struct stat status {};
+    struct stat status { };
     if (::lstat(path.c_str(), &status) == 0) return S_ISREG(status.st_mode);
     if (errno != ENOENT) return false;
 

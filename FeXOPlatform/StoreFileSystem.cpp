@@ -12,7 +12,8 @@ namespace {
 int openExistingLogPlainly(sqlite3_vfs* vfs, sqlite3_filename name, sqlite3_file* file, int flags, int* outFlags)
 {
     auto* platform = static_cast<sqlite3_vfs*>(vfs->pAppData);
-    if ((flags & SQLITE_OPEN_WAL) != 0 && (flags & SQLITE_OPEN_CREATE) != 0 && name != nullptr && ::access(name, F_OK) == 0) {
+    if ((flags & SQLITE_OPEN_WAL) != 0 && (flags & SQLITE_OPEN_CREATE) != 0 && name != nullptr &&
+        ::access(name, F_OK) == 0) {
         if (platform->xOpen(platform, name, file, flags & ~SQLITE_OPEN_CREATE, outFlags) == SQLITE_OK) return SQLITE_OK;
     }
     return platform->xOpen(platform, name, file, flags, outFlags);

@@ -18,7 +18,8 @@ void appendLittleEndian(std::string& out, std::uint64_t bits, std::size_t width)
 std::uint64_t readLittleEndian(std::string_view bytes)
 {
     std::uint64_t bits = 0;
-    for (std::size_t i = 0; i < bytes.size(); ++i) bits |= static_cast<std::uint64_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bits |= static_cast<std::uint64_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
     return bits;
 }
 
@@ -47,14 +48,22 @@ std::optional<double> eightByteDouble(std::string_view bytes)
 StoredKind storedKindOf(Kind kind)
 {
     switch (kind) {
-    case Kind::string: return StoredKind::string;
-    case Kind::integer: return StoredKind::integer;
-    case Kind::real: return StoredKind::real;
-    case Kind::boolean: return StoredKind::boolean;
-    case Kind::date: return StoredKind::date;
-    case Kind::data: return StoredKind::data;
-    case Kind::array: return StoredKind::array;
-    case Kind::dictionary: return StoredKind::dictionary;
+    case Kind::string:
+        return StoredKind::string;
+    case Kind::integer:
+        return StoredKind::integer;
+    case Kind::real:
+        return StoredKind::real;
+    case Kind::boolean:
+        return StoredKind::boolean;
+    case Kind::date:
+        return StoredKind::date;
+    case Kind::data:
+        return StoredKind::data;
+    case Kind::array:
+        return StoredKind::array;
+    case Kind::dictionary:
+        return StoredKind::dictionary;
     }
     return StoredKind::data;
 }
@@ -63,14 +72,25 @@ std::string encodeStoredValue(const PropertyListValue& value)
 {
     std::string out;
     switch (value.kind()) {
-    case Kind::string: return *value.string();
-    case Kind::data: return value.data()->bytes;
-    case Kind::integer: appendLittleEndian(out, static_cast<std::uint64_t>(*value.integer()), 8); return out;
-    case Kind::real: appendLittleEndian(out, doubleBits(*value.real()), 8); return out;
-    case Kind::date: appendLittleEndian(out, doubleBits(value.date()->timeIntervalSinceReferenceDate()), 8); return out;
-    case Kind::boolean: out.push_back(*value.boolean() ? '\1' : '\0'); return out;
+    case Kind::string:
+        return *value.string();
+    case Kind::data:
+        return value.data()->bytes;
+    case Kind::integer:
+        appendLittleEndian(out, static_cast<std::uint64_t>(*value.integer()), 8);
+        return out;
+    case Kind::real:
+        appendLittleEndian(out, doubleBits(*value.real()), 8);
+        return out;
+    case Kind::date:
+        appendLittleEndian(out, doubleBits(value.date()->timeIntervalSinceReferenceDate()), 8);
+        return out;
+    case Kind::boolean:
+        out.push_back(*value.boolean() ? '\1' : '\0');
+        return out;
     case Kind::array:
-    case Kind::dictionary: return PropertyList::serialize(value, PropertyList::Format::binary);
+    case Kind::dictionary:
+        return PropertyList::serialize(value, PropertyList::Format::binary);
     }
     return out;
 }
@@ -78,8 +98,10 @@ std::string encodeStoredValue(const PropertyListValue& value)
 std::optional<PropertyListValue> decodeStoredValue(std::int64_t kind, std::string_view bytes)
 {
     switch (static_cast<StoredKind>(kind)) {
-    case StoredKind::string: return PropertyListValue(std::string(bytes));
-    case StoredKind::data: return PropertyListValue(PropertyListValue::Data{std::string(bytes)});
+    case StoredKind::string:
+        return PropertyListValue(std::string(bytes));
+    case StoredKind::data:
+        return PropertyListValue(PropertyListValue::Data{std::string(bytes)});
     case StoredKind::integer:
         if (bytes.size() != 8) return std::nullopt;
         return PropertyListValue(static_cast<std::int64_t>(readLittleEndian(bytes)));

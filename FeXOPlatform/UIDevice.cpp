@@ -27,7 +27,7 @@ std::string readSystemVersion()
     for (const char* path : {"/etc/os-release", "/usr/lib/os-release"}) {
         if (auto version = versionFromOsRelease(path); !version.empty()) return version;
     }
-    struct utsname name {};
+    struct utsname name { };
     if (::uname(&name) == 0) return name.release;
     return {};
 }

@@ -10,7 +10,7 @@ namespace fexo {
 class FEXO_EXPORT UNMutableNotificationContent : public UNNotificationContent {
 public:
     UNMutableNotificationContent() = default;
-    explicit UNMutableNotificationContent(const UNNotificationContent& content) : UNNotificationContent(content) {}
+    explicit UNMutableNotificationContent(const UNNotificationContent& content) : UNNotificationContent(content) { }
 
     void setTitle(std::string title) { title_ = std::move(title); }
     void setBody(std::string body) { body_ = std::move(body); }

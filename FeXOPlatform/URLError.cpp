@@ -1,5 +1,5 @@
-#include <FeXOPlatform/URLError.hpp>
 #include <FeXOPlatform/URL.hpp>
+#include <FeXOPlatform/URLError.hpp>
 
 #include <curl/curl.h>
 
@@ -17,11 +17,14 @@ constexpr long certificateHasExpired = 10;
 URLError::Code peerVerificationCode(long sslVerifyResult)
 {
     switch (sslVerifyResult) {
-    case certificateHasExpired: return URLError::serverCertificateHasBadDate;
-    case certificateNotYetValid: return URLError::serverCertificateNotYetValid;
+    case certificateHasExpired:
+        return URLError::serverCertificateHasBadDate;
+    case certificateNotYetValid:
+        return URLError::serverCertificateNotYetValid;
     // Self-signed, unknown issuer, broken chain and a name that does not match the host
     // (reported with result 0) are all an untrusted certificate.
-    default: return URLError::serverCertificateUntrusted;
+    default:
+        return URLError::serverCertificateUntrusted;
     }
 }
 
@@ -40,7 +43,7 @@ URLError::Code codeForCurl(int curlCode, long osErrno, long sslVerifyResult)
         // No route out of this machine at all is "offline"; a host that refuses or cannot
         // be reached is a failed connection.
         return osErrno == ENETUNREACH || osErrno == ENETDOWN ? URLError::notConnectedToInternet
-                                                              : URLError::cannotConnectToHost;
+                                                             : URLError::cannotConnectToHost;
     case CURLE_PROXY:
     case CURLE_QUIC_CONNECT_ERROR:
         return URLError::cannotConnectToHost;
@@ -112,7 +115,9 @@ std::string hostOf(const std::optional<std::string>& failingURL)
 
 } // namespace
 
-URLError::URLError(Code code, std::optional<std::string> failingURL) : code_(code), failingURL_(std::move(failingURL)) {}
+URLError::URLError(Code code, std::optional<std::string> failingURL) : code_(code), failingURL_(std::move(failingURL))
+{
+}
 
 URLError URLError::fromCurl(int curlCode, std::optional<std::string> failingURL, long osErrno, long sslVerifyResult)
 {
@@ -122,32 +127,51 @@ URLError URLError::fromCurl(int curlCode, std::optional<std::string> failingURL,
 std::string URLError::localizedDescription() const
 {
     switch (code_) {
-    case cancelled: return "cancelled";
-    case badURL: return "bad URL";
-    case timedOut: return "The request timed out.";
-    case unsupportedURL: return "unsupported URL";
-    case cannotFindHost: return "A server with the specified hostname could not be found.";
-    case cannotConnectToHost: return "Could not connect to the server.";
-    case networkConnectionLost: return "The network connection was lost.";
-    case httpTooManyRedirects: return "too many HTTP redirects";
-    case notConnectedToInternet: return "The Internet connection appears to be offline.";
-    case badServerResponse: return "bad server response";
-    case userAuthenticationRequired: return "The operation couldn\u2019t be completed. (NSURLErrorDomain error -1013.)";
-    case cannotDecodeContentData: return "cannot decode content data";
-    case cannotParseResponse: return "cannot parse response";
-    case dataLengthExceedsMaximum: return "resource exceeds maximum size";
+    case cancelled:
+        return "cancelled";
+    case badURL:
+        return "bad URL";
+    case timedOut:
+        return "The request timed out.";
+    case unsupportedURL:
+        return "unsupported URL";
+    case cannotFindHost:
+        return "A server with the specified hostname could not be found.";
+    case cannotConnectToHost:
+        return "Could not connect to the server.";
+    case networkConnectionLost:
+        return "The network connection was lost.";
+    case httpTooManyRedirects:
+        return "too many HTTP redirects";
+    case notConnectedToInternet:
+        return "The Internet connection appears to be offline.";
+    case badServerResponse:
+        return "bad server response";
+    case userAuthenticationRequired:
+        return "The operation couldn\u2019t be completed. (NSURLErrorDomain error -1013.)";
+    case cannotDecodeContentData:
+        return "cannot decode content data";
+    case cannotParseResponse:
+        return "cannot parse response";
+    case dataLengthExceedsMaximum:
+        return "resource exceeds maximum size";
     case secureConnectionFailed:
         return "An SSL error has occurred and a secure connection to the server cannot be made.";
-    case serverCertificateHasBadDate: return certificateWarning("The certificate for this server has expired.", failingURL_);
-    case serverCertificateUntrusted: return certificateWarning("The certificate for this server is invalid.", failingURL_);
+    case serverCertificateHasBadDate:
+        return certificateWarning("The certificate for this server has expired.", failingURL_);
+    case serverCertificateUntrusted:
+        return certificateWarning("The certificate for this server is invalid.", failingURL_);
     case serverCertificateHasUnknownRoot:
         return certificateWarning("The certificate for this server was signed by an unknown certifying authority.",
                                   failingURL_);
     case serverCertificateNotYetValid:
         return certificateWarning("The certificate for this server is not yet valid.", failingURL_);
-    case clientCertificateRejected: return "The server \u201c" + hostOf(failingURL_) + "\u201d did not accept the certificate.";
-    case clientCertificateRequired: return "The server \u201c" + hostOf(failingURL_) + "\u201d requires a client certificate.";
-    case unknown: break;
+    case clientCertificateRejected:
+        return "The server \u201c" + hostOf(failingURL_) + "\u201d did not accept the certificate.";
+    case clientCertificateRequired:
+        return "The server \u201c" + hostOf(failingURL_) + "\u201d requires a client certificate.";
+    case unknown:
+        break;
     }
     return "unknown error";
 }
@@ -155,8 +179,8 @@ std::string URLError::localizedDescription() const
 std::string URLError::description() const
 {
     const std::string text = localizedDescription();
-    std::string out = std::string("Error Domain=") + domain + " Code=" + std::to_string(static_cast<int>(code_)) + " \"" +
-                      text + "\" UserInfo={";
+    std::string out = std::string("Error Domain=") + domain + " Code=" + std::to_string(static_cast<int>(code_)) +
+                      " \"" + text + "\" UserInfo={";
     if (failingURL_) out += "NSErrorFailingURLStringKey=" + *failingURL_ + ", ";
     out += "NSLocalizedDescription=" + text + "}";
     return out;

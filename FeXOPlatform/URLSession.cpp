@@ -8,7 +8,7 @@ namespace fexo {
 
 namespace {
 URLSession* sharedSession = nullptr;
-}
+} // namespace
 
 void URLSession::Engine::stopSharedAtExit()
 {
@@ -49,7 +49,8 @@ URLSession::~URLSession()
 
 URLSessionDataTask URLSession::dataTask(URLRequest request, CompletionHandler completion)
 {
-    return URLSessionDataTask(std::make_shared<URLSessionDataTask::State>(std::move(request), std::move(completion), engine_));
+    return URLSessionDataTask(
+        std::make_shared<URLSessionDataTask::State>(std::move(request), std::move(completion), engine_));
 }
 
 bool URLSession::waitUntilIdle(std::chrono::milliseconds limit)

@@ -45,9 +45,8 @@ public:
     // that started the task. On success: the body (possibly empty) and the final answer's
     // response, no error. On failure: a URLError and neither data nor response. A completion
     // must not throw (the process ends) and should not block: it stalls every transfer.
-    using CompletionHandler =
-        std::function<void(std::optional<std::string> data, std::optional<HTTPURLResponse> response,
-                           std::optional<Error> error)>;
+    using CompletionHandler = std::function<void(std::optional<std::string> data,
+                                                 std::optional<HTTPURLResponse> response, std::optional<Error> error)>;
 
     // The process-wide session. Its thread lives as long as the process; at exit it is
     // stopped before the TLS library is torn down, and tasks still in flight then are
@@ -81,7 +80,7 @@ public:
 
 private:
     friend class URLSessionDataTask;
-    struct SharedTag {};
+    struct SharedTag { };
     URLSession(URLSessionConfiguration configuration, SharedTag);
 
     std::shared_ptr<Engine> engine_;

@@ -6,7 +6,9 @@
 
 namespace fexo {
 
-URLSessionDataTask::URLSessionDataTask(std::shared_ptr<State> state) : state_(std::move(state)) {}
+URLSessionDataTask::URLSessionDataTask(std::shared_ptr<State> state) : state_(std::move(state))
+{
+}
 
 const URLRequest& URLSessionDataTask::originalRequest() const
 {

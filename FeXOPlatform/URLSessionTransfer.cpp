@@ -148,7 +148,7 @@ std::optional<URLError::Code> URLSessionTransfer::configure(const URLSessionConf
     };
     for (const auto& [name, value] : request.allHTTPHeaderFields())
         ok = ok && append(value.empty() ? name + ";" : name + ": " + value); // "Name;" sends it empty
-    ok = ok && append("Expect:"); // no 100-continue round trip before a body
+    ok = ok && append("Expect:");                                            // no 100-continue round trip before a body
     headers.reset(list);
     curl_easy_setopt(e, CURLOPT_HTTPHEADER, list);
 
@@ -186,7 +186,8 @@ std::optional<std::string> URLSessionTransfer::sameOriginRedirect(const std::str
 bool URLSessionTransfer::followRedirect(const std::string& target, long status)
 {
     const std::string& method = request.httpMethod();
-    const bool becomesGet = (status == 303 && method != "HEAD") || ((status == 301 || status == 302) && method == "POST");
+    const bool becomesGet =
+        (status == 303 && method != "HEAD") || ((status == 301 || status == 302) && method == "POST");
     if (becomesGet) {
         curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, nullptr);
         curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L);

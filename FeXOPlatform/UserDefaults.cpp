@@ -94,7 +94,8 @@ std::shared_ptr<UserDefaults> UserDefaults::open(std::string_view suiteName)
     return std::shared_ptr<UserDefaults>(new UserDefaults(std::string(suiteName), databasePath, std::move(connection)));
 }
 
-UserDefaults::UserDefaults(std::string suiteName, std::filesystem::path databasePath, std::unique_ptr<StoreConnection> connection)
+UserDefaults::UserDefaults(std::string suiteName, std::filesystem::path databasePath,
+                           std::unique_ptr<StoreConnection> connection)
     : suiteName_(std::move(suiteName)), databasePath_(std::move(databasePath)), connection_(std::move(connection))
 {
 }
@@ -145,7 +146,8 @@ std::optional<PropertyListValue> UserDefaults::object(std::string_view key) cons
     std::lock_guard lock(mutex_);
     auto statement = connection_->read(Statement::select);
     bindText(statement.get(), 1, key);
-    if (statement.nextRow()) return decodeStoredValue(sqlite3_column_int64(statement.get(), 0), columnBytes(statement.get(), 1));
+    if (statement.nextRow())
+        return decodeStoredValue(sqlite3_column_int64(statement.get(), 0), columnBytes(statement.get(), 1));
     const auto registered = registered_.find(key);
     if (registered != registered_.end()) return registered->second;
     return std::nullopt;
@@ -157,11 +159,13 @@ std::optional<std::string> UserDefaults::dataForKey(std::string_view key) const
     auto statement = connection_->read(Statement::select);
     bindText(statement.get(), 1, key);
     if (statement.nextRow()) {
-        if (sqlite3_column_int64(statement.get(), 0) != static_cast<std::int64_t>(StoredKind::data)) return std::nullopt;
+        if (sqlite3_column_int64(statement.get(), 0) != static_cast<std::int64_t>(StoredKind::data))
+            return std::nullopt;
         return std::string(columnBytes(statement.get(), 1));
     }
     const auto registered = registered_.find(key);
-    if (registered != registered_.end() && registered->second.data() != nullptr) return registered->second.data()->bytes;
+    if (registered != registered_.end() && registered->second.data() != nullptr)
+        return registered->second.data()->bytes;
     return std::nullopt;
 }
 

@@ -89,7 +89,8 @@ public:
     bool performExclusively(const std::function<void()>& body);
 
 private:
-    UserDefaults(std::string suiteName, std::filesystem::path databasePath, std::unique_ptr<StoreConnection> connection);
+    UserDefaults(std::string suiteName, std::filesystem::path databasePath,
+                 std::unique_ptr<StoreConnection> connection);
 
     std::string suiteName_;
     std::filesystem::path databasePath_;

@@ -9,8 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 #include <memory>
 #include <optional>
@@ -42,14 +42,15 @@ std::optional<std::filesystem::path> databasePathOf(std::string_view suiteName)
 
 bool isRegularFile(const std::filesystem::path& path)
 {
-    struct stat status {};
+    struct stat status { };
     return ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 std::string text(sqlite3_stmt* statement, int column)
 {
     const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement, column));
-    return bytes == nullptr ? std::string() : std::string(bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
+    return bytes == nullptr ? std::string()
+                            : std::string(bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
 }
 
 struct Row {
@@ -61,7 +62,11 @@ struct Row {
 // Bounds the probes of a badly damaged store; each costs one seek.
 constexpr int probeLimit = 100000;
 
-enum class Probe { row, end, damage };
+enum class Probe {
+    row,
+    end,
+    damage
+};
 
 // Steps `statement` once after binding `from` to its first parameter.
 Probe step(sqlite3_stmt* statement, const std::string& from)
@@ -100,7 +105,8 @@ std::vector<std::string> salvageKeys(sqlite3* database, bool& damaged)
         const std::string last = keys.size() > before ? keys.back() : from;
         std::optional<std::string> next;
         // Position `length` raised to each greater byte; an empty last key starts from byte 0.
-        for (std::size_t length = std::max<std::size_t>(last.size(), 1); length-- > 0 && !next && probes < probeLimit;) {
+        for (std::size_t length = std::max<std::size_t>(last.size(), 1);
+             length-- > 0 && !next && probes < probeLimit;) {
             const unsigned first = length < last.size() ? static_cast<unsigned char>(last[length]) + 1u : 0u;
             for (unsigned byte = first; byte <= 0xFF && probes < probeLimit; ++byte, ++probes) {
                 std::string candidate = last.substr(0, length) + static_cast<char>(byte);
@@ -166,7 +172,8 @@ bool writeFreshStore(const std::filesystem::path& path, const std::vector<Row>& 
         sqlite3_reset(insert.get());
         sqlite3_bind_text64(insert.get(), 1, rows[i].key.data(), rows[i].key.size(), SQLITE_STATIC, SQLITE_UTF8);
         sqlite3_bind_int64(insert.get(), 2, rows[i].kind);
-        sqlite3_bind_blob64(insert.get(), 3, rows[i].value.empty() ? "" : rows[i].value.data(), rows[i].value.size(), SQLITE_STATIC);
+        sqlite3_bind_blob64(insert.get(), 3, rows[i].value.empty() ? "" : rows[i].value.data(), rows[i].value.size(),
+                            SQLITE_STATIC);
         ok = sqlite3_step(insert.get()) == SQLITE_DONE;
     }
     insert.reset();

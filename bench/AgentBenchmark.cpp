@@ -72,8 +72,8 @@ void report(const std::string& title, double project, double baseline, double go
     char ratio[32], goalText[32];
     std::snprintf(ratio, sizeof ratio, "%.2fx", project / baseline);
     std::snprintf(goalText, sizeof goalText, "<= %.1fx", goal);
-    std::cout << title << ": agent " << milliseconds(project) << ", direct " << milliseconds(baseline) << ", "
-              << ratio << " (goal " << goalText << ")" << std::endl;
+    std::cout << title << ": agent " << milliseconds(project) << ", direct " << milliseconds(baseline) << ", " << ratio
+              << " (goal " << goalText << ")" << std::endl;
     fexo::bench::appendSummary(title, milliseconds(project), milliseconds(baseline), ratio, goalText,
                                project / baseline <= goal ? "met" : "missed");
 }
@@ -97,8 +97,8 @@ int main(int argc, char** argv)
     std::filesystem::create_directories(dir / "services");
     std::ofstream(dir / "services/n.service") << "[D-BUS Service]\nName=org.freedesktop.Notifications\n"
                                                  "Exec=/usr/bin/python3 -m dbusmock --session -t notification_daemon\n";
-    std::ofstream(dir / "services/a.service") << "[D-BUS Service]\nName=org.fexo.NotificationAgent1\nExec=" << agent
-                                              << " run\n";
+    std::ofstream(dir / "services/a.service")
+        << "[D-BUS Service]\nName=org.fexo.NotificationAgent1\nExec=" << agent << " run\n";
     std::ofstream(dir / "bus.conf") << "<busconfig><type>session</type><listen>unix:path=" << (dir / "bus").string()
                                     << "</listen><auth>EXTERNAL</auth><servicedir>" << (dir / "services").string()
                                     << "</servicedir><policy context=\"default\"><allow send_destination=\"*\" "
@@ -121,8 +121,9 @@ int main(int argc, char** argv)
     std::mutex mutex;
     std::condition_variable changed;
     std::map<std::string, Clock::time_point> delivered;
-    proxy->uponSignal("Delivered").onInterface("org.fexo.NotificationAgent1").call(
-        [&](const std::string& id, const std::string&, const std::string&, bool) {
+    proxy->uponSignal("Delivered")
+        .onInterface("org.fexo.NotificationAgent1")
+        .call([&](const std::string& id, const std::string&, const std::string&, bool) {
             std::lock_guard lock(mutex);
             delivered[id] = Clock::now();
             changed.notify_all();
@@ -131,8 +132,10 @@ int main(int argc, char** argv)
     connection->enterEventLoopAsync();
     const auto push = [&] {
         std::string id;
-        proxy->callMethod("Push").onInterface("org.fexo.NotificationAgent1")
-            .withArguments(fexo::bench::pushUserInfoJSON).storeResultsTo(id);
+        proxy->callMethod("Push")
+            .onInterface("org.fexo.NotificationAgent1")
+            .withArguments(fexo::bench::pushUserInfoJSON)
+            .storeResultsTo(id);
         return id;
     };
     const auto waitFor = [&](const std::set<std::string>& ids) {
@@ -172,8 +175,10 @@ int main(int argc, char** argv)
 
     std::uint32_t agentPid = 0;
     auto bus = sdbus::createProxy(*connection, "org.freedesktop.DBus", "/org/freedesktop/DBus");
-    bus->callMethod("GetConnectionUnixProcessID").onInterface("org.freedesktop.DBus")
-        .withArguments(std::string("org.fexo.NotificationAgent1")).storeResultsTo(agentPid);
+    bus->callMethod("GetConnectionUnixProcessID")
+        .onInterface("org.freedesktop.DBus")
+        .withArguments(std::string("org.fexo.NotificationAgent1"))
+        .storeResultsTo(agentPid);
     const auto idle = residentKiB(agentPid);
     for (int round = 0; round < 10; ++round) {
         ids.clear();

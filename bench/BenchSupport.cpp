@@ -189,8 +189,10 @@ std::string formatMicroseconds(double us)
 {
     std::ostringstream out;
     out << std::fixed;
-    if (us >= 1000) out << std::setprecision(2) << us / 1000 << " ms";
-    else out << std::setprecision(1) << us << " us";
+    if (us >= 1000)
+        out << std::setprecision(2) << us / 1000 << " ms";
+    else
+        out << std::setprecision(1) << us << " us";
     return out.str();
 }
 
@@ -217,8 +219,8 @@ int runAndReport(int argc, char** argv, const std::vector<Figure>& figures)
         const auto project = reporter.times.find(figure.project + "#" + figure.aggregate);
         const auto baseline = reporter.times.find(figure.baseline + "#" + figure.aggregate);
         if (project == reporter.times.end() || baseline == reporter.times.end()) continue; // filtered out
-        const double ratio = figure.baselineOverProject ? baseline->second / project->second
-                                                        : project->second / baseline->second;
+        const double ratio =
+            figure.baselineOverProject ? baseline->second / project->second : project->second / baseline->second;
         std::string goal = "report";
         std::string met = "-";
         if (figure.goal > 0) {
@@ -227,8 +229,8 @@ int runAndReport(int argc, char** argv, const std::vector<Figure>& figures)
         }
         const std::string which = figure.baselineOverProject ? "baseline/project" : "project/baseline";
         std::cout << figure.title << ": project " << formatMicroseconds(project->second) << ", baseline "
-                  << formatMicroseconds(baseline->second) << ", " << which << " " << formatRatio(ratio)
-                  << " (goal " << goal << ": " << met << ")\n";
+                  << formatMicroseconds(baseline->second) << ", " << which << " " << formatRatio(ratio) << " (goal "
+                  << goal << ": " << met << ")\n";
         appendSummary(figure.title, formatMicroseconds(project->second), formatMicroseconds(baseline->second),
                       formatRatio(ratio) + (figure.baselineOverProject ? " faster" : ""), goal, met);
     }

@@ -12,15 +12,15 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
-#include <mutex>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace httplib {
 class Server;
-}
+} // namespace httplib
 
 namespace fexo::bench {
 
@@ -85,7 +85,7 @@ struct Figure {
     std::string project;
     std::string baseline;
     std::string aggregate;
-    double goal = 0;          // ratio the project must not exceed; 0: reported only
+    double goal = 0;                  // ratio the project must not exceed; 0: reported only
     bool baselineOverProject = false; // report baseline / project (how much faster the project is)
 };
 

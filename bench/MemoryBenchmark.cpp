@@ -35,9 +35,8 @@ int main(int argc, char** argv)
     for (int i = 1; i <= pushes; ++i) {
         auto delivered = std::make_shared<std::promise<void>>();
         auto future = delivered->get_future();
-        handler.handleNotification(request, [delivered](std::shared_ptr<UNMutableNotificationContent>) {
-            delivered->set_value();
-        });
+        handler.handleNotification(
+            request, [delivered](std::shared_ptr<UNMutableNotificationContent>) { delivered->set_value(); });
         if (future.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
             std::cerr << "bench_memory: push " << i << " was not delivered" << std::endl;
             return 1;
@@ -50,8 +49,9 @@ int main(int argc, char** argv)
     std::cout << "memory over " << pushes << " pushes: RSS after " << settled << " pushes " << baseline / 1024
               << " KiB, after " << pushes << " pushes " << final / 1024 << " KiB, growth " << growthKiB
               << " KiB (goal <= 1024 KiB: " << (met ? "met" : "missed") << ")" << std::endl;
-    appendSummary("RSS growth over " + std::to_string(pushes) + " pushes",
-                  std::to_string(final / 1024) + " KiB", std::to_string(baseline / 1024) + " KiB after 100",
-                  std::to_string(static_cast<long long>(growthKiB)) + " KiB", "<= 1024 KiB growth", met ? "met" : "missed");
+    appendSummary("RSS growth over " + std::to_string(pushes) + " pushes", std::to_string(final / 1024) + " KiB",
+                  std::to_string(baseline / 1024) + " KiB after 100",
+                  std::to_string(static_cast<long long>(growthKiB)) + " KiB", "<= 1024 KiB growth",
+                  met ? "met" : "missed");
     return 0;
 }

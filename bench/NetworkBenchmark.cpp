@@ -37,9 +37,9 @@ void check(bool ok, const char* what)
 
 UNNotificationRequest pushRequest()
 {
-    return UNNotificationRequest("bench-push", std::make_shared<UNNotificationContent>(
-                                                   "New message", "You have a new notification",
-                                                   JSONSerialization::jsonObject(pushUserInfoJSON)));
+    return UNNotificationRequest(
+        "bench-push", std::make_shared<UNNotificationContent>("New message", "You have a new notification",
+                                                              JSONSerialization::jsonObject(pushUserInfoJSON)));
 }
 
 // One push through the library; false when the content handler was not called in time.
@@ -47,9 +47,8 @@ bool pushOnce(const FeXONotificationExtensionHandler& handler, const UNNotificat
 {
     auto delivered = std::make_shared<std::promise<void>>();
     auto future = delivered->get_future();
-    handler.handleNotification(request, [delivered](std::shared_ptr<UNMutableNotificationContent>) {
-        delivered->set_value();
-    });
+    handler.handleNotification(request,
+                               [delivered](std::shared_ptr<UNMutableNotificationContent>) { delivered->set_value(); });
     return future.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
 }
 
@@ -269,9 +268,8 @@ int main(int argc, char** argv)
     const auto opened = registrationConnections;
     const long limit = fexo::URLSessionConfiguration{}.maximumConnectionsPerHost;
     std::cout << "registrations: connections opened by the session over all rounds " << opened << " (per-host limit "
-              << limit
-              << ")" << std::endl;
-    appendSummary("registrations: connections opened", std::to_string(opened), "-", "-",
-                  "<= " + std::to_string(limit), opened <= static_cast<std::uint64_t>(limit) ? "met" : "missed");
+              << limit << ")" << std::endl;
+    appendSummary("registrations: connections opened", std::to_string(opened), "-", "-", "<= " + std::to_string(limit),
+                  opened <= static_cast<std::uint64_t>(limit) ? "met" : "missed");
     return status;
 }

@@ -113,15 +113,22 @@ BareRecord parseBare(simdjson::dom::parser& parser, const char* bytes, std::size
     if (parser.parse(bytes, size).get(object) != simdjson::SUCCESS) throw std::runtime_error("bad record");
     for (auto field : object) {
         const std::string_view key = field.key;
-        if (key == "createdAt") record.createdAt = double(field.value);
-        else if (key == "errorCode") record.errorCode = int64_t(field.value);
-        else if (key == "errorMessage") record.errorMessage = std::string(std::string_view(field.value));
-        else if (key == "id") record.id = std::string(std::string_view(field.value));
-        else if (key == "isRead") record.isRead = bool(field.value);
+        if (key == "createdAt")
+            record.createdAt = double(field.value);
+        else if (key == "errorCode")
+            record.errorCode = int64_t(field.value);
+        else if (key == "errorMessage")
+            record.errorMessage = std::string(std::string_view(field.value));
+        else if (key == "id")
+            record.id = std::string(std::string_view(field.value));
+        else if (key == "isRead")
+            record.isRead = bool(field.value);
         else if (key == "data") {
             for (auto inner : simdjson::dom::object(field.value)) {
-                if (inner.key == "text") record.text = std::string(std::string_view(inner.value));
-                else if (inner.key == "sender") record.sender = std::string(std::string_view(inner.value));
+                if (inner.key == "text")
+                    record.text = std::string(std::string_view(inner.value));
+                else if (inner.key == "sender")
+                    record.sender = std::string(std::string_view(inner.value));
             }
         }
     }
@@ -167,8 +174,8 @@ void projectWrite(benchmark::State& state, std::size_t count)
 void bareWrite(benchmark::State& state, std::size_t count, const char* synchronous)
 {
     Store& s = store("write", count);
-    check(sqlite3_exec(s.bare, (std::string("PRAGMA synchronous = ") + synchronous).c_str(), nullptr, nullptr, nullptr) ==
-              SQLITE_OK,
+    check(sqlite3_exec(s.bare, (std::string("PRAGMA synchronous = ") + synchronous).c_str(), nullptr, nullptr,
+                       nullptr) == SQLITE_OK,
           "pragma");
     std::vector<std::string> keys;
     for (std::size_t i = 0; i < writeKeys; ++i) keys.push_back(keyPrefix + UUID().uuidString());
@@ -242,7 +249,8 @@ void bareFetchAll(benchmark::State& state, std::size_t count)
     simdjson::dom::parser parser;
     for (auto _ : state) {
         std::vector<BareRecord> records;
-        auto* scan = s.statement("SELECT key, value FROM defaults WHERE key >= ?1 AND key < ?2 AND kind = 5 ORDER BY key");
+        auto* scan =
+            s.statement("SELECT key, value FROM defaults WHERE key >= ?1 AND key < ?2 AND kind = 5 ORDER BY key");
         bindText(scan, 1, keyPrefix);
         bindText(scan, 2, keyUpperBound);
         while (sqlite3_step(scan) == SQLITE_ROW) {
@@ -321,8 +329,10 @@ void bareMarkAsRead(benchmark::State& state, std::size_t count)
         // SQLite leaves a page clean when a row is overwritten with the same bytes, and a commit
         // without dirty pages does not flush. A trailing blank added or taken away (still the same
         // JSON) makes every write a real change, as the store's first mark of a record is.
-        if (!value.empty() && value.back() == ' ') value.pop_back();
-        else value.push_back(' ');
+        if (!value.empty() && value.back() == ' ')
+            value.pop_back();
+        else
+            value.push_back(' ');
         bareUpsert(s, key, value);
         sqlite3_reset(s.statement("INSERT INTO defaults (key, kind, value) VALUES (?1, 5, ?2) "
                                   "ON CONFLICT (key) DO UPDATE SET kind = excluded.kind, value = excluded.value"));
@@ -332,9 +342,8 @@ void bareMarkAsRead(benchmark::State& state, std::size_t count)
 template <class F>
 void add(const std::string& name, F function, std::size_t count, std::int64_t iterations = 0)
 {
-    auto* benchmark = benchmark::RegisterBenchmark(name.c_str(), [function, count](benchmark::State& state) {
-        function(state, count);
-    });
+    auto* benchmark = benchmark::RegisterBenchmark(
+        name.c_str(), [function, count](benchmark::State& state) { function(state, count); });
     benchmark->Unit(benchmark::kMicrosecond)->UseRealTime();
     if (iterations > 0) benchmark->Iterations(iterations);
 }
@@ -351,8 +360,10 @@ int main(int argc, char** argv)
 
     const std::vector<std::size_t> sizes = {1000, 10000, 100000};
     for (auto n : sizes) add("write/project/" + std::to_string(n), projectWrite, n);
-    add("write/bare-full/10000", [](benchmark::State& s, std::size_t n) { bareWrite(s, n, "FULL"); }, 10000);
-    add("write/bare-normal/10000", [](benchmark::State& s, std::size_t n) { bareWrite(s, n, "NORMAL"); }, 10000);
+    add(
+        "write/bare-full/10000", [](benchmark::State& s, std::size_t n) { bareWrite(s, n, "FULL"); }, 10000);
+    add(
+        "write/bare-normal/10000", [](benchmark::State& s, std::size_t n) { bareWrite(s, n, "NORMAL"); }, 10000);
     add("write/plist/10000", plistWrite, 10000, 20);
     for (auto n : sizes) {
         const std::int64_t iterations = n >= 100000 ? 3 : 0;
@@ -370,18 +381,22 @@ int main(int argc, char** argv)
     std::vector<Figure> figures = {
         {"store write at 10k records vs 1k", "write/project/10000", "write/project/1000", "", 1.5},
         {"store write at 100k records vs 1k", "write/project/100000", "write/project/1000", "", 1.5},
-        {"store write at 10k: project vs bare upsert (synchronous=FULL)", "write/project/10000", "write/bare-full/10000", "", 0},
+        {"store write at 10k: project vs bare upsert (synchronous=FULL)", "write/project/10000",
+         "write/bare-full/10000", "", 0},
         {"bare upsert at 10k: synchronous=NORMAL vs FULL", "write/bare-normal/10000", "write/bare-full/10000", "", 0},
-        {"store write at 10k vs whole property-list file rewritten", "write/project/10000", "write/plist/10000", "", 0, true},
+        {"store write at 10k vs whole property-list file rewritten", "write/project/10000", "write/plist/10000", "", 0,
+         true},
     };
     for (auto n : sizes) {
         figures.push_back({"fetchAllNotifications at " + std::to_string(n), "fetchAll/project/" + std::to_string(n),
                            "fetchAll/baseline/" + std::to_string(n), "", 2.0});
         figures.push_back({"fetchAll at " + std::to_string(n) + ", full decoder only (before the quick reader)",
-                           "fetchAll/full-decoder/" + std::to_string(n), "fetchAll/baseline/" + std::to_string(n), "", 0});
+                           "fetchAll/full-decoder/" + std::to_string(n), "fetchAll/baseline/" + std::to_string(n), "",
+                           0});
     }
     for (std::size_t n : {10000, 100000}) {
-        figures.push_back({"fetchNotification at " + std::to_string(n), "fetchNotification/project/" + std::to_string(n),
+        figures.push_back({"fetchNotification at " + std::to_string(n),
+                           "fetchNotification/project/" + std::to_string(n),
                            "fetchNotification/baseline/" + std::to_string(n), "", 1.5});
         figures.push_back({"markNotificationAsRead at " + std::to_string(n),
                            "markNotificationAsRead/project/" + std::to_string(n),

@@ -52,7 +52,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     directory() = pattern;
     std::atexit(removeDirectory);
     fexo::Bundle::main().setResourcesDirectory(directory());
-    fexo::NSException::setRaiseHook([](const fexo::NSException& exception) { raisedNames().push_back(exception.name()); });
+    fexo::NSException::setRaiseHook(
+        [](const fexo::NSException& exception) { raisedNames().push_back(exception.name()); });
     return 0;
 }
 

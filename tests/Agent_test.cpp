@@ -1,8 +1,8 @@
 #include <support/Completion.hpp>
 #include <support/ToolSandbox.hpp>
 
-#include <common/DeliveredContent.hpp>
 #include <agent/NotificationAgent.hpp>
+#include <common/DeliveredContent.hpp>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -54,22 +54,26 @@ public:
         std::ofstream(dir / "services/notifications.service")
             << "[D-BUS Service]\nName=org.freedesktop.Notifications\n"
                "Exec=/usr/bin/python3 -m dbusmock --session -t notification_daemon\n";
-        std::ofstream(dir / "services/agent.service") << "[D-BUS Service]\nName=org.fexo.NotificationAgent1\nExec="
-                                                      << agentProgram.string() << " run " << agentArguments << "\n";
+        std::ofstream(dir / "services/agent.service")
+            << "[D-BUS Service]\nName=org.fexo.NotificationAgent1\nExec=" << agentProgram.string() << " run "
+            << agentArguments << "\n";
         std::ofstream(dir / "bus.conf")
             << "<busconfig><type>session</type><listen>unix:path=" << (dir / "bus").string() << "</listen>"
-            << "<auth>EXTERNAL</auth><servicedir>" << (dir / "services").string() << "</servicedir><policy context=\"default\">"
+            << "<auth>EXTERNAL</auth><servicedir>" << (dir / "services").string()
+            << "</servicedir><policy context=\"default\">"
             << "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/>"
             << "</policy></busconfig>";
         address_ = "unix:path=" + (dir / "bus").string();
         ::setenv("DBUS_SESSION_BUS_ADDRESS", address_.c_str(), 1); // inherited by every activated service
-        daemon_ = std::make_unique<ChildProcess>("/usr/bin/dbus-daemon", std::vector<std::string>{
-            "--nofork", "--print-address=1", "--config-file=" + (dir / "bus.conf").string()});
+        daemon_ = std::make_unique<ChildProcess>(
+            "/usr/bin/dbus-daemon",
+            std::vector<std::string>{"--nofork", "--print-address=1", "--config-file=" + (dir / "bus.conf").string()});
         if (daemon_->readLine().empty()) throw std::runtime_error("dbus-daemon did not start");
         connection_ = sdbus::createSessionBusConnection();
         agent_ = sdbus::createProxy(*connection_, fexo::agent::agentBusName, fexo::agent::agentObjectPath);
-        agent_->uponSignal("Delivered").onInterface(agentInterface).call(
-            [this](const std::string& id, const std::string& title, const std::string& body, bool rewritten) {
+        agent_->uponSignal("Delivered")
+            .onInterface(agentInterface)
+            .call([this](const std::string& id, const std::string& title, const std::string& body, bool rewritten) {
                 std::lock_guard lock(mutex_);
                 delivered_.emplace(id, fexo::tool::DeliveredContent{title, body, rewritten});
                 changed_.notify_all();
@@ -106,9 +110,10 @@ public:
     }
     void invokeAction(std::uint32_t notification)
     {
-        desktop_->callMethod("EmitSignal").onInterface("org.freedesktop.DBus.Mock").withArguments(
-            "org.freedesktop.Notifications", "ActionInvoked", "us",
-            std::vector<sdbus::Variant>{notification, std::string("default")});
+        desktop_->callMethod("EmitSignal")
+            .onInterface("org.freedesktop.DBus.Mock")
+            .withArguments("org.freedesktop.Notifications", "ActionInvoked", "us",
+                           std::vector<sdbus::Variant>{notification, std::string("default")});
     }
     const std::filesystem::path& directory() const { return directory_.path(); }
 
@@ -136,19 +141,25 @@ TEST(Agent, ShowsTheServersContentOnceElseTheOriginalAfterTheExtensionGaveUp)
 
     auto shown = sandbox.run({"agent", "push", "-"}, push.dump());
     EXPECT_EQ(shown.exitCode, 0) << shown.standardError;
-    EXPECT_EQ(shown.standardOutput, R"({"title":"Ann","body":"Hello","rewritten":true})" "\n");
+    EXPECT_EQ(shown.standardOutput, R"({"title":"Ann","body":"Hello","rewritten":true})"
+                                    "\n");
 
     sandbox.configure("http://127.0.0.1:1"); // nothing listens there
     shown = sandbox.run({"agent", "push", "-"}, pushWithAlert("Hi").dump());
     EXPECT_EQ(shown.exitCode, 3) << shown.standardError;
-    EXPECT_EQ(shown.standardOutput, R"({"title":"Original","body":"Hi","rewritten":false})" "\n");
+    EXPECT_EQ(shown.standardOutput, R"({"title":"Original","body":"Hi","rewritten":false})"
+                                    "\n");
     EXPECT_THAT(bus.notifications(), ElementsAre(Pair("Ann", "Hello"), Pair("Original", "Hi")));
 }
 
 TEST(Agent, ShowsTheOriginalOnceWhenTheExtensionMisbehaves)
 {
-    for (const auto& [behaviour, limits] : std::vector<std::pair<std::string, std::string>>{
-             {"crash", ""}, {"fail", ""}, {"garbage", ""}, {"hang", " --time-limit 0.3"}, {"memory", " --memory-limit 64"}}) {
+    for (const auto& [behaviour, limits] :
+         std::vector<std::pair<std::string, std::string>>{{"crash", ""},
+                                                          {"fail", ""},
+                                                          {"garbage", ""},
+                                                          {"hang", " --time-limit 0.3"},
+                                                          {"memory", " --memory-limit 64"}}) {
         SCOPED_TRACE(behaviour);
         AgentBus bus("--extension '" + misbehave + " " + behaviour + "'" + limits);
         const auto id = bus.push(pushWithAlert(behaviour).dump());
@@ -200,7 +211,8 @@ TEST(Agent, RefusesWhatItCannotTakeWithItsErrorAndDeliversWhatItTook)
     };
     EXPECT_EQ(refusal("{\"aps\":"), "org.fexo.NotificationAgent1.Error.NotJSON");
     EXPECT_EQ(refusal("[1]"), "org.fexo.NotificationAgent1.Error.NotJSON");
-    EXPECT_EQ(refusal(std::string(fexo::agent::maximumPushBytes + 1, ' ')), "org.fexo.NotificationAgent1.Error.TooLarge");
+    EXPECT_EQ(refusal(std::string(fexo::agent::maximumPushBytes + 1, ' ')),
+              "org.fexo.NotificationAgent1.Error.TooLarge");
     std::map<std::string, int> outcomes;
     for (int i = 0; i < 8; ++i) ++outcomes[refusal(pushWithAlert(std::to_string(i)).dump())];
     // One running and two waiting; a third may be taken when the first push already runs.
@@ -215,7 +227,8 @@ TEST(Agent, RunsTheHostAppCommandOnTheDefaultActionOfItsOwnNotificationOnly)
     TemporaryDirectory fifoDirectory;
     const auto fifo = fifoDirectory.path() / "opened";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    AgentBus bus("--extension '" + misbehave + " crash' --host-command 'echo $FEXO_REQUEST_ID > " + fifo.string() + "'");
+    AgentBus bus("--extension '" + misbehave + " crash' --host-command 'echo $FEXO_REQUEST_ID > " + fifo.string() +
+                 "'");
     const auto id = bus.push(pushWithAlert("open me").dump());
     bus.delivered(1);
     bus.invokeAction(99); // another application's notification
@@ -226,10 +239,11 @@ TEST(Agent, RunsTheHostAppCommandOnTheDefaultActionOfItsOwnNotificationOnly)
 
 TEST(Agent, SaysSoInOneLineWithoutASessionBus)
 {
-    for (const auto& [program, arguments, prefix] : std::vector<std::tuple<std::filesystem::path, std::vector<std::string>, std::string>>{
+    for (const auto& [program, arguments, prefix] :
+         std::vector<std::tuple<std::filesystem::path, std::vector<std::string>, std::string>>{
              {agentProgram, {"run"}, "fexo-agent"}, {fexoTool, {"agent", "push", "-"}, "fexo"}}) {
-        std::vector<std::string> withoutBus{"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent", "XDG_RUNTIME_DIR=/nonexistent",
-                                            program.string()};
+        std::vector<std::string> withoutBus{"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
+                                            "XDG_RUNTIME_DIR=/nonexistent", program.string()};
         withoutBus.insert(withoutBus.end(), arguments.begin(), arguments.end());
         const auto result = ChildProcess::run("/usr/bin/env", withoutBus, "{}");
         EXPECT_EQ(result.exitCode, 1);

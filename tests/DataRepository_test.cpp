@@ -34,12 +34,14 @@ protected:
 
 Response record(std::optional<std::string> id, std::string text, std::optional<bool> isRead = std::nullopt)
 {
-    return Response(std::nullopt, NotificationData(std::move(text), "sender"), std::nullopt, std::nullopt, std::move(id), isRead);
+    return Response(std::nullopt, NotificationData(std::move(text), "sender"), std::nullopt, std::nullopt,
+                    std::move(id), isRead);
 }
 
 TEST_F(DataRepositoryTest, RecordsLiveUnderTheirIdAndOnlyTheExactPrefixIsTouched)
 {
-    for (const char* foreign : {"host.setting", "Response_1", "response", "respons_1"}) defaults().setData(R"({"id":"x"})", foreign);
+    for (const char* foreign : {"host.setting", "Response_1", "response", "respons_1"})
+        defaults().setData(R"({"id":"x"})", foreign);
     EXPECT_TRUE(repository.fetchAllNotifications().empty());
     repository.write(record(std::nullopt, "first without id"));
     repository.write(record(std::nullopt, "second without id"));
@@ -47,8 +49,10 @@ TEST_F(DataRepositoryTest, RecordsLiveUnderTheirIdAndOnlyTheExactPrefixIsTouched
     repository.write(record("7", "second"));
 
     EXPECT_EQ(defaults().keysWithPrefix("response_"), (std::vector<std::string>{"response_", "response_7"}));
-    EXPECT_THAT(repository.fetchAllNotifications(), ::testing::ElementsAre(record(std::nullopt, "second without id"), record("7", "second")));
-    EXPECT_EQ(defaults().dataForKey("response_7"), fexo::JSONEncoder{}.encode(record("7", "second"))) << "stored as JSON data";
+    EXPECT_THAT(repository.fetchAllNotifications(),
+                ::testing::ElementsAre(record(std::nullopt, "second without id"), record("7", "second")));
+    EXPECT_EQ(defaults().dataForKey("response_7"), fexo::JSONEncoder{}.encode(record("7", "second")))
+        << "stored as JSON data";
     defaults().setObject(R"({"id":"s"})", "response_s");
     ::testing::internal::CaptureStdout();
     EXPECT_EQ(repository.fetchNotification("s"), std::nullopt) << "a value of another kind";

@@ -22,8 +22,15 @@ const httplib::Headers accepted{{"client_id", clientId}, {"client_secret", clien
 
 Json registration(const std::string& deviceId, const std::string& token)
 {
-    return {{"deviceId", deviceId}, {"registrationId", token}, {"mobileNumber", "+100"}, {"appId", "com.example"},
-            {"osType", "iOS"}, {"osVersion", "12"}, {"imeI1", ""}, {"imeI2", ""}, {"data", ""},
+    return {{"deviceId", deviceId},
+            {"registrationId", token},
+            {"mobileNumber", "+100"},
+            {"appId", "com.example"},
+            {"osType", "iOS"},
+            {"osVersion", "12"},
+            {"imeI1", ""},
+            {"imeI2", ""},
+            {"data", ""},
             {"pushNotificationProvider", 2}};
 }
 
@@ -44,17 +51,20 @@ protected:
     void start(std::optional<std::filesystem::path> data)
     {
         fexo::tool::DevelopmentServerOptions options;
-        std::tie(options.port, options.dataDirectory, options.clientId, options.clientSecret) = std::tuple(0, data, clientId, clientSecret);
+        std::tie(options.port, options.dataDirectory, options.clientId, options.clientSecret) =
+            std::tuple(0, data, clientId, clientSecret);
         server = std::make_unique<fexo::tool::DevelopmentServer>(std::move(options));
         port = server->start();
     }
     std::pair<int, Json> fetch(const std::string& recipient)
     {
-        return ask(port, "/api/Notification/GetNotificationContent", Json{{"recipientId", recipient}, {"registrationId", ""}});
+        return ask(port, "/api/Notification/GetNotificationContent",
+                   Json{{"recipientId", recipient}, {"registrationId", ""}});
     }
     Json queue(const std::string& recipient, const std::string& text)
     {
-        return ask(port, "/dev/notifications", Json{{"recipientId", recipient}, {"text", text}, {"sender", "Ann"}}).second;
+        return ask(port, "/dev/notifications", Json{{"recipientId", recipient}, {"text", text}, {"sender", "Ann"}})
+            .second;
     }
 
     std::unique_ptr<fexo::tool::DevelopmentServer> server;
@@ -64,10 +74,14 @@ protected:
 TEST_F(DevelopmentServerTest, EveryPathRefusesWrongCredentialsAndRecordsNoSecret)
 {
     const Json body{{"recipientId", "r"}, {"text", "t"}, {"sender", "s"}};
-    for (const httplib::Headers& headers : {httplib::Headers{}, httplib::Headers{{"client_id", clientId}},
-                                            httplib::Headers{{"client_id", clientId}, {"client_secret", "dev-secret-wrong"}}}) {
-        for (const char* path : {"/api/Registration/RegisterNewDevice", "/api/Notification/GetNotificationContent", "/dev/notifications"}) {
-            EXPECT_EQ(ask(port, path, body, headers), std::pair(401, Json{{"errorMessage", "Invalid client credentials"}})) << path;
+    for (const httplib::Headers& headers :
+         {httplib::Headers{}, httplib::Headers{{"client_id", clientId}},
+          httplib::Headers{{"client_id", clientId}, {"client_secret", "dev-secret-wrong"}}}) {
+        for (const char* path : {"/api/Registration/RegisterNewDevice", "/api/Notification/GetNotificationContent",
+                                 "/dev/notifications"}) {
+            EXPECT_EQ(ask(port, path, body, headers),
+                      std::pair(401, Json{{"errorMessage", "Invalid client credentials"}}))
+                << path;
         }
         EXPECT_EQ(ask(port, "/dev/registrations", std::nullopt, headers).first, 401);
     }
@@ -81,8 +95,10 @@ TEST_F(DevelopmentServerTest, EveryPathRefusesWrongCredentialsAndRecordsNoSecret
 TEST_F(DevelopmentServerTest, RefusesBodiesWithOneEntryPerFailingKey)
 {
     const std::tuple<const char*, Json, Json> cases[] = {
-        {"/api/Registration/RegisterNewDevice", Json::object(),
-         {"deviceId", "registrationId", "mobileNumber", "appId", "osType", "osVersion", "imeI1", "imeI2", "data", "pushNotificationProvider"}},
+        {"/api/Registration/RegisterNewDevice",
+         Json::object(),
+         {"deviceId", "registrationId", "mobileNumber", "appId", "osType", "osVersion", "imeI1", "imeI2", "data",
+          "pushNotificationProvider"}},
         {"/dev/notifications", Json{{"recipientId", "r"}, {"text", 1}}, Json{"text", "sender"}},
     };
     for (const auto& [path, body, failing] : cases) {
@@ -102,18 +118,22 @@ TEST_F(DevelopmentServerTest, KeepsRegistrationsAndQueuesInItsDataDirectoryAndHa
 {
     fexo::test::TemporaryDirectory directory;
     start(directory.path());
-    for (const auto& [device, token] : {std::pair("device-1", "token-a"), {"device-2", "token-b"}, {"device-1", "token-c"}}) {
+    for (const auto& [device, token] :
+         {std::pair("device-1", "token-a"), {"device-2", "token-b"}, {"device-1", "token-c"}}) {
         ask(port, "/api/Registration/RegisterNewDevice", registration(device, token));
     }
     // The push user-info carries the token of the recipient's latest registration.
-    EXPECT_EQ(queue("device-1", "first"), Json({{"recipientId", "device-1"}, {"registration_id", "token-c"},
+    EXPECT_EQ(queue("device-1", "first"), Json({{"recipientId", "device-1"},
+                                                {"registration_id", "token-c"},
                                                 {"aps", {{"alert", {{"title", "Ann"}, {"body", "first"}}}}}}));
     queue("device-1", "second");
     server.reset();
     start(directory.path());
-    EXPECT_EQ(ask(port, "/dev/registrations").second, Json::array({registration("device-2", "token-b"), registration("device-1", "token-c")}));
+    EXPECT_EQ(ask(port, "/dev/registrations").second,
+              Json::array({registration("device-2", "token-b"), registration("device-1", "token-c")}));
     const Json first = fetch("device-1").second;
-    EXPECT_THAT(first.value("id", ""), testing::MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"));
+    EXPECT_THAT(first.value("id", ""),
+                testing::MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"));
     EXPECT_EQ(first.at("data"), Json({{"text", "first"}, {"sender", "Ann"}}));
     EXPECT_EQ(fetch("device-1").second.at("data").at("text"), "second");
     EXPECT_EQ(fetch("device-1"), std::pair(404, Json{{"errorCode", 404}, {"errorMessage", "Notification not found"}}));
@@ -125,15 +145,23 @@ TEST(ServeCommand, TakesCredentialsFromTheConfigurationOrItsFlagsUntilSIGTERM)
     fexo::test::ConfigurationValues values;
     values.clientId = "configured-id";
     fexo::test::installConfiguration(resources.path(), values);
-    fexo::test::ChildProcess serve(FEXO_TOOL_PATH, {"--resources", resources.path(), "serve", "--port", "0", "--client-secret", "flag-secret"});
+    fexo::test::ChildProcess serve(
+        FEXO_TOOL_PATH, {"--resources", resources.path(), "serve", "--port", "0", "--client-secret", "flag-secret"});
     const std::string baseURL = serve.readLine();
     const int port = baseURL.starts_with("http://127.0.0.1:") ? std::stoi(baseURL.substr(17)) : 0;
-    EXPECT_EQ(ask(port, "/dev/registrations", std::nullopt, {{"client_id", "configured-id"}, {"client_secret", "flag-secret"}}).first, 200);
-    EXPECT_EQ(ask(port, "/dev/registrations", std::nullopt, {{"client_id", "configured-id"}, {"client_secret", values.clientSecret}}).first, 401);
+    EXPECT_EQ(ask(port, "/dev/registrations", std::nullopt,
+                  {{"client_id", "configured-id"}, {"client_secret", "flag-secret"}})
+                  .first,
+              200);
+    EXPECT_EQ(ask(port, "/dev/registrations", std::nullopt,
+                  {{"client_id", "configured-id"}, {"client_secret", values.clientSecret}})
+                  .first,
+              401);
     EXPECT_EQ(serve.stop(SIGTERM), 0);
 
     fexo::test::TemporaryDirectory empty; // no configuration: both flags are needed
-    fexo::test::ChildProcess refused(FEXO_TOOL_PATH, {"--resources", empty.path(), "serve", "--port", "0", "--client-id", "only"});
+    fexo::test::ChildProcess refused(FEXO_TOOL_PATH,
+                                     {"--resources", empty.path(), "serve", "--port", "0", "--client-id", "only"});
     EXPECT_EQ(refused.readLine(), "");
     EXPECT_EQ(refused.stop(0), 1);
 }

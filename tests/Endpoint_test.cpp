@@ -14,7 +14,8 @@ using fexo::URLRequest;
 
 fexo::DeviceInfo device()
 {
-    return {"device-1", "token-1", "+4912345", "com.example.host", "iOS", "17.0", "imei-a", "imei-b", "", fexo::PushProvider::APNS};
+    return {"device-1", "token-1", "+4912345", "com.example.host",      "iOS", "17.0",
+            "imei-a",   "imei-b",  "",         fexo::PushProvider::APNS};
 }
 
 class EndpointTest : public testing::Test {
@@ -50,7 +51,10 @@ TEST_F(EndpointTest, BothEndpointsArePostsWithTheThreeHeadersDifferingOnlyInPath
 
 TEST_F(EndpointTest, BaseURLIsConcatenatedWithThePathAsItStands)
 {
-    const struct { const char* base; const char* expected; } cases[] = {
+    const struct {
+        const char* base;
+        const char* expected;
+    } cases[] = {
         {"https://api.example.com/", "https://api.example.com//api/Registration/RegisterNewDevice"},
         {"https://api.example.com/v2", "https://api.example.com/v2/api/Registration/RegisterNewDevice"},
         {"http://127.0.0.1:8080", "http://127.0.0.1:8080/api/Registration/RegisterNewDevice"},

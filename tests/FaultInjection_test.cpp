@@ -40,24 +40,26 @@ using fexo::URLError;
 constexpr auto patience = 30s;
 constexpr double totalDeadline = 10.0; // the shared session's resource timeout in this run: slow builds need the room
 
-#define FAULTS(X)                                                                                                     \
-    X(refused, 3)        /* nothing listens on the port */                                                            \
-    X(closedAtAccept, 3) /* the connection is closed before anything is read */                                       \
-    X(resetMidBody, 5)   /* headers and half the body, then a TCP reset */                                            \
-    X(stalled, 1)        /* silence after the request (or after the headers) */                                       \
-    X(truncated, 5)      /* the body ends before its Content-Length, or inside a chunk */                             \
-    X(dripped, 3)        /* a valid record, one byte per write */                                                     \
-    X(endlessDrip, 1)    /* a byte every 100 ms, forever: only the total deadline ends it */                          \
-    X(endlessBody, 2)    /* chunked, or HTTP/1.0 without a length, forever */                                         \
-    X(gzipBomb, 2)       /* a few KiB of gzip that inflate to 2 MiB */                                                \
-    X(garbageBody, 3)    /* 200 with exactly 1 MiB of random bytes as the body */                                     \
-    X(garbageAnswer, 3)  /* 1 MiB of random bytes in place of an HTTP answer */                                       \
-    X(redirectSame, 4)   /* 30x within the origin (relative, absolute, "//"), or round in circles */                  \
-    X(redirectOther, 4)  /* 30x to another origin, its own body the record */                                         \
-    X(validStatus, 30)   /* any status with a valid record as the body */                                             \
+#define FAULTS(X)                                                                                                      \
+    X(refused, 3)        /* nothing listens on the port */                                                             \
+    X(closedAtAccept, 3) /* the connection is closed before anything is read */                                        \
+    X(resetMidBody, 5)   /* headers and half the body, then a TCP reset */                                             \
+    X(stalled, 1)        /* silence after the request (or after the headers) */                                        \
+    X(truncated, 5)      /* the body ends before its Content-Length, or inside a chunk */                              \
+    X(dripped, 3)        /* a valid record, one byte per write */                                                      \
+    X(endlessDrip, 1)    /* a byte every 100 ms, forever: only the total deadline ends it */                           \
+    X(endlessBody, 2)    /* chunked, or HTTP/1.0 without a length, forever */                                          \
+    X(gzipBomb, 2)       /* a few KiB of gzip that inflate to 2 MiB */                                                 \
+    X(garbageBody, 3)    /* 200 with exactly 1 MiB of random bytes as the body */                                      \
+    X(garbageAnswer, 3)  /* 1 MiB of random bytes in place of an HTTP answer */                                        \
+    X(redirectSame, 4)   /* 30x within the origin (relative, absolute, "//"), or round in circles */                   \
+    X(redirectOther, 4)  /* 30x to another origin, its own body the record */                                          \
+    X(validStatus, 30)   /* any status with a valid record as the body */                                              \
     X(invalidStatus, 27) /* any status with a body that is not a record */
 #define NAME(fault, weight) fault,
-enum class Fault { FAULTS(NAME) };
+enum class Fault {
+    FAULTS(NAME)
+};
 #undef NAME
 #define TEXT(fault, weight) #fault,
 constexpr std::array names{FAULTS(TEXT)};
@@ -119,7 +121,11 @@ std::string answer(int status, const std::string& body, bool withBody = true)
 // destruction.
 class FaultServer {
 public:
-    enum Port { main, slow, closing };
+    enum Port {
+        main,
+        slow,
+        closing
+    };
 
     explicit FaultServer(const std::vector<Plan>& plans) : plans_(plans)
     {
@@ -156,7 +162,9 @@ private:
     void acceptLoop()
     {
         for (;;) {
-            pollfd fds[4] = {{listeners_[0], POLLIN, 0}, {listeners_[1], POLLIN, 0}, {listeners_[2], POLLIN, 0},
+            pollfd fds[4] = {{listeners_[0], POLLIN, 0},
+                             {listeners_[1], POLLIN, 0},
+                             {listeners_[2], POLLIN, 0},
                              {stopPipe_[0], POLLIN, 0}};
             if (::poll(fds, 4, -1) < 0) continue;
             if (fds[3].revents) return;
@@ -204,11 +212,13 @@ private:
     {
         for (std::string request; !(request = readRequest(fd)).empty();) {
             const auto at = request.find("fault-");
-            const std::size_t index = at == std::string::npos ? plans_.size() : std::strtoul(&request[at + 6], nullptr, 10);
+            const std::size_t index =
+                at == std::string::npos ? plans_.size() : std::strtoul(&request[at + 6], nullptr, 10);
             if (index >= plans_.size()) return;
             const Plan& plan = plans_[index];
             const std::string& body = plan.body;
-            const std::string path = request.substr(request.find(' ') + 1, request.find(" HTTP/") - request.find(' ') - 1);
+            const std::string path =
+                request.substr(request.find(' ') + 1, request.find(" HTTP/") - request.find(' ') - 1);
             switch (plan.fault) {
             case Fault::refused:
             case Fault::closedAtAccept:
@@ -231,8 +241,9 @@ private:
             case Fault::truncated: {
                 std::string text = answer(200, body);
                 text.insert(text.find("Content-Length: ") + 16, "1"); // ten times and more
-                sendAll(fd, plan.variant ? "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n40\r\n" + body.substr(0, 10)
-                                         : text);
+                sendAll(fd, plan.variant
+                                ? "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n40\r\n" + body.substr(0, 10)
+                                : text);
                 ::shutdown(fd, SHUT_WR);
                 return;
             }
@@ -244,9 +255,10 @@ private:
                 }
                 continue;
             case Fault::endlessBody:
-                sendAll(fd, plan.variant ? "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" : "HTTP/1.0 200 OK\r\n\r\n");
-                while (sendAll(fd, plan.variant ? "4000\r\n" + std::string(0x4000, ' ') + "\r\n" : std::string(0x4000, ' '))) {
-                }
+                sendAll(fd, plan.variant ? "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+                                         : "HTTP/1.0 200 OK\r\n\r\n");
+                while (sendAll(fd, plan.variant ? "4000\r\n" + std::string(0x4000, ' ') + "\r\n"
+                                                : std::string(0x4000, ' '))) { }
                 return;
             case Fault::garbageBody:
                 sendAll(fd, answer(200, randomBytes(1 << 20, static_cast<unsigned>(request.size()))));
@@ -289,11 +301,15 @@ private:
 // One request of the run, sent by URL so that a plan can point anywhere, with its own timeout.
 class FaultRequest : public fexo::RequestProviding {
 public:
-    FaultRequest(std::string url, double timeout, bool compressed) : url_(std::move(url)), timeout_(timeout), compressed_(compressed) {}
+    FaultRequest(std::string url, double timeout, bool compressed)
+        : url_(std::move(url)), timeout_(timeout), compressed_(compressed)
+    {
+    }
 
     fexo::URLRequest urlRequest() const override
     {
-        fexo::URLRequest request(*fexo::URL::fromString(url_), fexo::URLRequest::CachePolicy::useProtocolCachePolicy, timeout_);
+        fexo::URLRequest request(*fexo::URL::fromString(url_), fexo::URLRequest::CachePolicy::useProtocolCachePolicy,
+                                 timeout_);
         request.setHTTPMethod("POST");
         request.setAllHTTPHeaderFields({{"Content-Type", "application/json"}, {"client_secret", "secret"}});
         request.setValue(compressed_ ? "gzip" : "identity", "Accept-Encoding");
@@ -312,7 +328,7 @@ struct ContentFetcher : fexo::NotificationContentProvider {
     const fexo::Networking& network() const override { return service; }
 };
 
-const std::vector<std::string> invalidBodies{"",       "not json",   "null",         "[]",
+const std::vector<std::string> invalidBodies{"",         "not json",   "null",          "[]",
                                              "\"text\"", "{\"id\":5}", "{\"id\":\"x\"", "{\"data\":{\"text\":true}}"};
 
 // Builds `count` plans from `seed`. Slow faults cost their time each, so only a handful.
@@ -339,10 +355,11 @@ std::vector<Plan> makePlans(std::size_t count, unsigned seed)
             plan.status = std::array{301, 302, 303, 307, 308}[static_cast<std::size_t>(below(5))];
         std::optional<bool> isRead;
         if (int r = below(3); r < 2) isRead = r == 1;
-        plan.record = fexo::Response(fexo::Date(700000000.0 + below(1000000)),
-                                     fexo::NotificationData("text " + std::to_string(i) + " \u00e9\u6f22",
-                                                            below(4) ? std::optional<std::string>("sender") : std::nullopt),
-                                     std::nullopt, std::nullopt, "fault-" + std::to_string(i) + ".", isRead);
+        plan.record =
+            fexo::Response(fexo::Date(700000000.0 + below(1000000)),
+                           fexo::NotificationData("text " + std::to_string(i) + " \u00e9\u6f22",
+                                                  below(4) ? std::optional<std::string>("sender") : std::nullopt),
+                           std::nullopt, std::nullopt, "fault-" + std::to_string(i) + ".", isRead);
         plan.body = plan.fault == Fault::invalidStatus
                         ? invalidBodies[static_cast<std::size_t>(below(static_cast<int>(invalidBodies.size())))]
                         : fexo::JSONEncoder::serialize(nlohmann::json(plan.record));
@@ -357,20 +374,29 @@ constexpr int success = 1;
 int expectedOutcome(const Plan& plan)
 {
     switch (plan.fault) {
-    case Fault::refused: return URLError::cannotConnectToHost;
+    case Fault::refused:
+        return URLError::cannotConnectToHost;
     case Fault::closedAtAccept:
     case Fault::resetMidBody:
-    case Fault::truncated: return URLError::networkConnectionLost;
+    case Fault::truncated:
+        return URLError::networkConnectionLost;
     case Fault::stalled:
-    case Fault::endlessDrip: return URLError::timedOut;
+    case Fault::endlessDrip:
+        return URLError::timedOut;
     case Fault::endlessBody:
-    case Fault::gzipBomb: return URLError::dataLengthExceedsMaximum;
-    case Fault::garbageAnswer: return URLError::badServerResponse;
-    case Fault::redirectSame: return plan.variant ? URLError::httpTooManyRedirects : success;
+    case Fault::gzipBomb:
+        return URLError::dataLengthExceedsMaximum;
+    case Fault::garbageAnswer:
+        return URLError::badServerResponse;
+    case Fault::redirectSame:
+        return plan.variant ? URLError::httpTooManyRedirects : success;
     case Fault::garbageBody:
-    case Fault::invalidStatus: return decodingFailure;
-    case Fault::validStatus: return plan.status == 204 || plan.status == 304 ? decodingFailure : success;
-    default: return success;
+    case Fault::invalidStatus:
+        return decodingFailure;
+    case Fault::validStatus:
+        return plan.status == 204 || plan.status == 304 ? decodingFailure : success;
+    default:
+        return success;
     }
 }
 
@@ -420,8 +446,9 @@ TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates
             threads.insert(std::this_thread::get_id());
             if (++calls[i] == 1) ++outcomes[std::string(names[static_cast<std::size_t>(plans[i].fault)]) + " " + got];
             if (got != std::to_string(expectedOutcome(plans[i])))
-                mismatches.push_back("request " + std::to_string(i) + " (" + names[static_cast<std::size_t>(plans[i].fault)] +
-                                     ", status " + std::to_string(plans[i].status) + "): got " + got);
+                mismatches.push_back("request " + std::to_string(i) + " (" +
+                                     names[static_cast<std::size_t>(plans[i].fault)] + ", status " +
+                                     std::to_string(plans[i].status) + "): got " + got);
             running = false;
             window.release();
         };
@@ -447,7 +474,8 @@ TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates
     EXPECT_FALSE(overlapped) << "completions ran at the same time";
     EXPECT_TRUE(threads.size() == 1 && !threads.count(std::this_thread::get_id())) << "not one session thread";
     for (const auto& mismatch : mismatches) ADD_FAILURE() << mismatch;
-    std::string report = "seed " + std::to_string(seed) + ", " + std::to_string(count) + " requests, outcome per fault:";
+    std::string report =
+        "seed " + std::to_string(seed) + ", " + std::to_string(count) + " requests, outcome per fault:";
     for (const auto& [outcome, number] : outcomes) report += " [" + outcome + "] " + std::to_string(number);
     std::printf("%s\n", report.c_str());
 }

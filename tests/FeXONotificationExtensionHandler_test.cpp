@@ -19,8 +19,10 @@ using fexo::AnyValue;
 
 AnyValue pushFor(AnyValue recipient)
 {
-    return AnyValue(AnyValue::Dictionary{{"aps", AnyValue::Dictionary{{"alert", AnyValue::Dictionary{{"title", "Push title"}}}}},
-                                         {"recipientId", std::move(recipient)}, {"registration_id", "token-1"}});
+    return AnyValue(
+        AnyValue::Dictionary{{"aps", AnyValue::Dictionary{{"alert", AnyValue::Dictionary{{"title", "Push title"}}}}},
+                             {"recipientId", std::move(recipient)},
+                             {"registration_id", "token-1"}});
 }
 
 // What one push led to: the content handler's calls and what the library printed.
@@ -44,22 +46,26 @@ protected:
     // Answers `body`, hands one push to a handler dropped at once and waits until nothing is in flight.
     std::shared_ptr<Handled> handle(std::string body, std::shared_ptr<const fexo::UNNotificationContent> content)
     {
-        server.setHandler([body](const httplib::Request&, httplib::Response& response) { response.set_content(body, "application/json"); });
+        server.setHandler([body](const httplib::Request&, httplib::Response& response) {
+            response.set_content(body, "application/json");
+        });
         auto handled = std::make_shared<Handled>();
         testing::internal::CaptureStdout();
-        fexo::FeXONotificationExtensionHandler().handleNotification(fexo::UNNotificationRequest("id", std::move(content)),
-                                                                    [handled](std::shared_ptr<fexo::UNMutableNotificationContent> delivered) {
-                                                                        handled->content = std::move(delivered);
-                                                                        handled->thread = std::this_thread::get_id();
-                                                                        handled->calls.fetch_add(1);
-                                                                    });
+        fexo::FeXONotificationExtensionHandler().handleNotification(
+            fexo::UNNotificationRequest("id", std::move(content)),
+            [handled](std::shared_ptr<fexo::UNMutableNotificationContent> delivered) {
+                handled->content = std::move(delivered);
+                handled->thread = std::this_thread::get_id();
+                handled->calls.fetch_add(1);
+            });
         EXPECT_TRUE(fexo::URLSession::shared().waitUntilIdle(std::chrono::seconds(20)));
         handled->printed = testing::internal::GetCapturedStdout();
         return handled;
     }
     std::shared_ptr<Handled> handle(std::string body, AnyValue userInfo)
     {
-        return handle(std::move(body), std::make_shared<fexo::UNNotificationContent>("Push title", "Push body", std::move(userInfo)));
+        return handle(std::move(body),
+                      std::make_shared<fexo::UNNotificationContent>("Push title", "Push body", std::move(userInfo)));
     }
     nlohmann::json requestBody(std::size_t index) { return fexo::JSONDecoder::parse(server.requests().at(index).body); }
 
@@ -70,11 +76,13 @@ protected:
 TEST_F(ExtensionHandlerTest, AnAnswerRewritesTheContentStoresAFreshCopyAndDeliversOnceOnTheSessionThread)
 {
     const auto before = fexo::Date::now();
-    const auto handled = handle(R"({"id":"server-id","data":{"text":"Your code is 42","sender":"Bank"},"isRead":false})", pushFor("user-1"));
+    const auto handled = handle(
+        R"({"id":"server-id","data":{"text":"Your code is 42","sender":"Bank"},"isRead":false})", pushFor("user-1"));
     EXPECT_EQ(requestBody(0), (nlohmann::json{{"recipientId", "user-1"}, {"registrationId", "token-1"}}));
     ASSERT_EQ(handled->calls, 1);
     EXPECT_NE(handled->thread, std::this_thread::get_id());
-    EXPECT_EQ(handled->content->title() + "|" + handled->content->body() + "|" + handled->printed, "Bank|Your code is 42|");
+    EXPECT_EQ(handled->content->title() + "|" + handled->content->body() + "|" + handled->printed,
+              "Bank|Your code is 42|");
     const auto records = fexo::FeXOService().fetchAllNotifications().value();
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0].id->size(), 36u);
@@ -89,7 +97,8 @@ TEST_F(ExtensionHandlerTest, AnAnswerRewritesTheContentStoresAFreshCopyAndDelive
 
 TEST_F(ExtensionHandlerTest, AnUndecodablePushIsPrintedAndStillAsksWithEmptyIdentifiers)
 {
-    const std::pair<AnyValue, const char*> cases[] = {{pushFor(12), "typeMismatch"}, {AnyValue(AnyValue::Dictionary{{AnyValue(1), "x"}}), "NSCocoaErrorDomain"}};
+    const std::pair<AnyValue, const char*> cases[] = {
+        {pushFor(12), "typeMismatch"}, {AnyValue(AnyValue::Dictionary{{AnyValue(1), "x"}}), "NSCocoaErrorDomain"}};
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         const auto handled = handle(R"({"data":{"text":"t","sender":"s"}})", cases[i].first);
         EXPECT_EQ(handled->calls, 1);

@@ -13,18 +13,20 @@ using fexo::test::ToolSandbox;
 TEST(FexoTool, EveryCommandExplainsItselfAndUsageErrorsExitOne)
 {
     ToolSandbox sandbox(FEXO_TOOL_PATH);
-    for (const char* command : {"config", "register", "handle-push", "list", "show", "mark-read", "delete", "delete-all",
-                                "logout", "write", "serve", "demo"}) {
+    for (const char* command : {"config", "register", "handle-push", "list", "show", "mark-read", "delete",
+                                "delete-all", "logout", "write", "serve", "demo"}) {
         const auto result = sandbox.run({command, "--help"});
         EXPECT_EQ(result.exitCode, 0) << command << ": " << result.standardError;
         EXPECT_NE(result.standardOutput.find("Usage:"), std::string::npos) << command;
     }
     // Help for a handed-over command is fexo-devserver's, whichever way it is asked for.
-    for (const auto& arguments : std::vector<std::vector<std::string>>{{"-h", "serve"}, {"--resources", "/none", "serve", "-h"}}) {
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{"-h", "serve"}, {"--resources", "/none", "serve", "-h"}}) {
         EXPECT_NE(sandbox.run(arguments).standardOutput.find("--port"), std::string::npos);
     }
     EXPECT_NE(sandbox.run({"--help"}).standardOutput.find("\n  demo "), std::string::npos);
-    for (const auto& arguments : std::vector<std::vector<std::string>>{{"config"}, {"no-such"}, {"serve", "--port", "70000"}}) {
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{"config"}, {"no-such"}, {"serve", "--port", "70000"}}) {
         EXPECT_EQ(sandbox.run(arguments).exitCode, 1) << arguments[0];
     }
 }
@@ -32,9 +34,17 @@ TEST(FexoTool, EveryCommandExplainsItselfAndUsageErrorsExitOne)
 TEST(FexoTool, TheCommandIsTheFirstArgumentThatIsNoOptionNorItsValue)
 {
     const std::vector<std::pair<std::vector<const char*>, bool>> cases{
-        {{"serve"}, true}, {{"--resources", "r", "--app-groups", "g", "serve", "--port", "0"}, true}, {{"--resources=r", "demo"}, true},
-        {{"--help", "serve"}, true}, {{"--resources", "serve", "list"}, false}, {{"--app-groups", "demo", "handle-push"}, false},
-        {{"list", "serve"}, false}, {{"--", "serve"}, false}, {{"--help"}, false}, {{}, false}, {{"agent", "push"}, true}};
+        {{"serve"}, true},
+        {{"--resources", "r", "--app-groups", "g", "serve", "--port", "0"}, true},
+        {{"--resources=r", "demo"}, true},
+        {{"--help", "serve"}, true},
+        {{"--resources", "serve", "list"}, false},
+        {{"--app-groups", "demo", "handle-push"}, false},
+        {{"list", "serve"}, false},
+        {{"--", "serve"}, false},
+        {{"--help"}, false},
+        {{}, false},
+        {{"agent", "push"}, true}};
     for (const auto& [arguments, expected] : cases) {
         std::vector<const char*> argv{"fexo"};
         argv.insert(argv.end(), arguments.begin(), arguments.end());

@@ -34,8 +34,10 @@ protected:
     }
     json stored() const { return json::parse(sandbox.run({"list", "--json"}).standardOutput, nullptr, false); }
 
-    const std::string push = json{{"recipientId", "recipient-7"}, {"registration_id", "token-7"},
-                                  {"aps", {{"alert", {{"title", "Original"}, {"body", "Body"}}}}}}.dump();
+    const std::string push = json{{"recipientId", "recipient-7"},
+                                  {"registration_id", "token-7"},
+                                  {"aps", {{"alert", {{"title", "Original"}, {"body", "Body"}}}}}}
+                                 .dump();
     const json original{{"title", "Original"}, {"body", "Body"}, {"rewritten", false}};
     fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
 };
@@ -47,7 +49,8 @@ TEST_F(HandlePushCommand, TheServersRecordIsShownAndStoredForTheAppAtOnce)
     const double before = fexo::Date::now().timeIntervalSinceReferenceDate();
     const auto result = handlePush(queued.dump(), {"--timeout", "1e10"}); // a long limit, not none
     EXPECT_EQ(result.exitCode, 0) << result.standardError;
-    EXPECT_EQ(delivered(result), (json{{"title", "FeXO Post"}, {"body", "Your parcel is on its way"}, {"rewritten", true}}));
+    EXPECT_EQ(delivered(result),
+              (json{{"title", "FeXO Post"}, {"body", "Your parcel is on its way"}, {"rewritten", true}}));
 
     const json records = stored();
     ASSERT_EQ(records.size(), 1u) << records;

@@ -23,8 +23,9 @@ TEST(JSONCoding, MalformedTextOrAnythingButWhitespaceAfterTheValueIsDataCorrupte
         [](const std::string& t) { (void)fexo::JSONDecoder{}.decode<fexo::RegisterDeviceModel>(t); },
         [](const std::string& t) { (void)fexo::JSONDecoder{}.decode<fexo::Payload>(t); },
     };
-    for (const std::string& text : {std::string(), std::string("{"), std::string("{\"id\":\"\xff\"}"), std::string("{\"id\":1e999}"),
-                                    std::string(100000, '['), "{}" + nul, "{\"id\":\"w1\"}" + nul + "garbage", std::string("{} x")}) {
+    for (const std::string& text :
+         {std::string(), std::string("{"), std::string("{\"id\":\"\xff\"}"), std::string("{\"id\":1e999}"),
+          std::string(100000, '['), "{}" + nul, "{\"id\":\"w1\"}" + nul + "garbage", std::string("{} x")}) {
         for (const auto& decode : decoders) {
             try {
                 decode(text);

@@ -14,8 +14,10 @@ TEST(RequestBodies, EveryKeyIsWrittenCompactlyWithItsTypeAndDecodesBackToTheReco
 {
     DeviceInfo device;
     device.pushNotificationProvider = PushProvider::APNS;
-    EXPECT_EQ(*device.payload(), R"({"appId":"","data":"","deviceId":"","imeI1":"","imeI2":"","mobileNumber":"","osType":"","osVersion":"",)"
-                                 R"("pushNotificationProvider":2,"registrationId":""})");
+    EXPECT_EQ(
+        *device.payload(),
+        R"({"appId":"","data":"","deviceId":"","imeI1":"","imeI2":"","mobileNumber":"","osType":"","osVersion":"",)"
+        R"("pushNotificationProvider":2,"registrationId":""})");
     EXPECT_EQ(*fexo::NotificationRequestInfo("r", "").payload(), R"({"recipientId":"r","registrationId":""})");
     const DeviceInfo full("d", "token", "+1", "app", "iOS", "12", "i1", "i2", "", PushProvider::pushWoosh);
     EXPECT_EQ(fexo::JSONDecoder{}.decode<DeviceInfo>(*full.payload()), full);
@@ -34,12 +36,17 @@ TEST(RequestBodies, DecodingRequiresEveryKey)
     const auto valid = nlohmann::json::parse(*DeviceInfo().payload());
     const std::tuple<std::string, nlohmann::json, DecodingError::Kind> cases[] = {
         {"imeI1", nlohmann::json(nlohmann::json::value_t::discarded), DecodingError::Kind::keyNotFound},
-        {"appId", nullptr, DecodingError::Kind::valueNotFound}, {"osVersion", 12, DecodingError::Kind::typeMismatch},
-        {"pushNotificationProvider", 4, DecodingError::Kind::dataCorrupted}, {"pushNotificationProvider", "1", DecodingError::Kind::typeMismatch},
+        {"appId", nullptr, DecodingError::Kind::valueNotFound},
+        {"osVersion", 12, DecodingError::Kind::typeMismatch},
+        {"pushNotificationProvider", 4, DecodingError::Kind::dataCorrupted},
+        {"pushNotificationProvider", "1", DecodingError::Kind::typeMismatch},
     };
     for (const auto& [key, value, kind] : cases) {
         auto json = valid;
-        if (value.is_discarded()) json.erase(key); else json[key] = value;
+        if (value.is_discarded())
+            json.erase(key);
+        else
+            json[key] = value;
         try {
             (void)fexo::JSONDecoder{}.decode<DeviceInfo>(json.dump());
             ADD_FAILURE() << "decoded " << json.dump();

@@ -31,12 +31,19 @@ std::string binaryList(const std::vector<std::string>& objects)
 TEST(PropertyList, EveryKindSurvivesBothFormsAndStaysItsKind)
 {
     const PropertyListValue value(PropertyListValue::Dictionary{
-        {"string", "12"}, {"integer", std::int64_t{-5}}, {"real", 1.5}, {"boolean", true}, {"date", fexo::Date(86400)},
+        {"string", "12"},
+        {"integer", std::int64_t{-5}},
+        {"real", 1.5},
+        {"boolean", true},
+        {"date", fexo::Date(86400)},
         {"data", PropertyListValue::Data{std::string("\0\x01\xff", 3)}},
-        {"array", PropertyListValue::Array{"a", std::int64_t{1}}}, {"nested", PropertyListValue::Dictionary{{"k", "v"}}},
+        {"array", PropertyListValue::Array{"a", std::int64_t{1}}},
+        {"nested", PropertyListValue::Dictionary{{"k", "v"}}},
     });
-    for (auto format : {Format::xml, Format::binary}) EXPECT_EQ(PropertyList::parse(PropertyList::serialize(value, format)), value);
-    EXPECT_EQ(PropertyList::serialize(PropertyListValue(std::string("a\0b", 3)), Format::binary), ""); // cannot be written
+    for (auto format : {Format::xml, Format::binary})
+        EXPECT_EQ(PropertyList::parse(PropertyList::serialize(value, format)), value);
+    EXPECT_EQ(PropertyList::serialize(PropertyListValue(std::string("a\0b", 3)), Format::binary),
+              ""); // cannot be written
 }
 
 TEST(PropertyList, AnythingElseIsNoPropertyList)
@@ -49,7 +56,8 @@ TEST(PropertyList, AnythingElseIsNoPropertyList)
     }
     EXPECT_FALSE(PropertyList::readFile("/nonexistent/file.plist").has_value());
     fexo::test::TemporaryDirectory directory;
-    std::ofstream(directory.path() / "big.plist") << head << "<string>" << std::string(100, 'x') << "</string></dict></plist>";
+    std::ofstream(directory.path() / "big.plist")
+        << head << "<string>" << std::string(100, 'x') << "</string></dict></plist>";
     EXPECT_FALSE(PropertyList::readFile(directory.path() / "big.plist", 100).has_value()); // refused unread
     EXPECT_TRUE(PropertyList::readFile(directory.path() / "big.plist", 200).has_value());
 }
@@ -59,7 +67,8 @@ TEST(PropertyList, TextKeepsEveryByteAndAKeyWithNulIsRefused)
     const std::string nul("a\0b", 3);
     const std::string utf16Nul("\x63\x00\xe9\x00\x00\x00\x62", 7);
     for (const std::string& text : {"\x53" + nul, utf16Nul}) {
-        const auto parsed = PropertyList::parse(binaryList({"\xd1" + bigEndian(1, 4) + bigEndian(2, 4), "\x51k", text}));
+        const auto parsed =
+            PropertyList::parse(binaryList({"\xd1" + bigEndian(1, 4) + bigEndian(2, 4), "\x51k", text}));
         ASSERT_TRUE(parsed.has_value());
         EXPECT_EQ(*parsed->dictionary()->at("k").string(), text[0] == '\x53' ? nul : std::string("\xc3\xa9\0b", 4));
         EXPECT_FALSE(PropertyList::parse(binaryList({"\xd1" + bigEndian(1, 4) + bigEndian(2, 4), text, "\x51v"})));

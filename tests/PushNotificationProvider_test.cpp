@@ -19,8 +19,8 @@ using fexo::test::IsSuccess;
 
 fexo::DeviceInfo device(std::string id = "device-1")
 {
-    return {std::move(id), "token-1", "+4912345", "com.example.host", "iOS", "17.0", "imei-a", "imei-b", "",
-            fexo::PushProvider::APNS};
+    return {std::move(id), "token-1", "+4912345", "com.example.host",      "iOS", "17.0",
+            "imei-a",      "imei-b",  "",         fexo::PushProvider::APNS};
 }
 
 class PushNotificationProviderTest : public testing::Test {
@@ -49,21 +49,32 @@ protected:
 
 TEST_F(PushNotificationProviderTest, RegistrationSendsExactlyTheLibrarysHeadersAndEveryBodyKey)
 {
-    server.setHandler([](const httplib::Request&, httplib::Response& response) { response.set_content("{}", "application/json"); });
+    server.setHandler(
+        [](const httplib::Request&, httplib::Response& response) { response.set_content("{}", "application/json"); });
     ASSERT_THAT(registerDevice(), IsSuccess());
     const auto received = server.requests().at(0);
     EXPECT_EQ(received.method + " " + received.path, "POST /api/Registration/RegisterNewDevice");
-    const std::map<std::string, std::string> library{
-        {"Content-Type", "application/json"}, {"client_secret", "test-client-secret-0123"}, {"client_id", "test-client-id"}};
+    const std::map<std::string, std::string> library{{"Content-Type", "application/json"},
+                                                     {"client_secret", "test-client-secret-0123"},
+                                                     {"client_id", "test-client-id"}};
     for (const auto& [name, value] : received.headers) {
-        if (library.count(name)) EXPECT_EQ(value, library.at(name));
-        else EXPECT_TRUE(name == "Host" || name == "Accept" || name == "Accept-Encoding" || name == "Content-Length") << name;
+        if (library.count(name))
+            EXPECT_EQ(value, library.at(name));
+        else
+            EXPECT_TRUE(name == "Host" || name == "Accept" || name == "Accept-Encoding" || name == "Content-Length")
+                << name;
     }
     EXPECT_EQ(received.headers.size(), 7u);
-    EXPECT_EQ(fexo::JSONDecoder::parse(received.body),
-              (nlohmann::json{{"deviceId", "device-1"}, {"registrationId", "token-1"}, {"mobileNumber", "+4912345"},
-                              {"appId", "com.example.host"}, {"osType", "iOS"}, {"osVersion", "17.0"},
-                              {"imeI1", "imei-a"}, {"imeI2", "imei-b"}, {"data", ""}, {"pushNotificationProvider", 2}}));
+    EXPECT_EQ(fexo::JSONDecoder::parse(received.body), (nlohmann::json{{"deviceId", "device-1"},
+                                                                       {"registrationId", "token-1"},
+                                                                       {"mobileNumber", "+4912345"},
+                                                                       {"appId", "com.example.host"},
+                                                                       {"osType", "iOS"},
+                                                                       {"osVersion", "17.0"},
+                                                                       {"imeI1", "imei-a"},
+                                                                       {"imeI2", "imei-b"},
+                                                                       {"data", ""},
+                                                                       {"pushNotificationProvider", 2}}));
 }
 
 TEST_F(PushNotificationProviderTest, TransportErrorIsPassedOnUnchanged)
@@ -78,7 +89,10 @@ TEST_F(PushNotificationProviderTest, TransportErrorIsPassedOnUnchanged)
 // A transport that answers at once with whatever the test gives it.
 class ScriptedNetwork : public fexo::Networking {
 public:
-    ScriptedNetwork(std::optional<std::string> data, std::optional<fexo::Error> error) : data_(std::move(data)), error_(std::move(error)) {}
+    ScriptedNetwork(std::optional<std::string> data, std::optional<fexo::Error> error)
+        : data_(std::move(data)), error_(std::move(error))
+    {
+    }
     void send(const fexo::RequestProviding& request, TransferCompletion completion) const override
     {
         (void)request.urlRequest();
@@ -92,8 +106,8 @@ private:
 
 TEST_F(PushNotificationProviderTest, ErrorWinsOverDataThatCameWithIt)
 {
-    const fexo::PushNotificationProvider scripted(
-        std::make_shared<ScriptedNetwork>("{}", fexo::URLError(fexo::URLError::networkConnectionLost, std::string("http://h/"))));
+    const fexo::PushNotificationProvider scripted(std::make_shared<ScriptedNetwork>(
+        "{}", fexo::URLError(fexo::URLError::networkConnectionLost, std::string("http://h/"))));
     fexo::test::Completion<Result<fexo::RegisterDeviceModel>> completion;
     scripted.registerDevice(device(), completion.handler());
     EXPECT_THAT(*completion.wait(), IsFailureWith(fexo::URLError::networkConnectionLost));

@@ -13,9 +13,9 @@ using fexo::test::LoopbackServer;
 using fexo::test::ToolSandbox;
 using nlohmann::json;
 
-const std::vector<std::string> registration{"register", "--token", "token-1", "--device-id", "device-1",
-                                            "--provider", "apns", "--imei1", "111", "--imei2", "222",
-                                            "--mobile-number", "+15550100"};
+const std::vector<std::string> registration{
+    "register", "--token", "token-1", "--device-id", "device-1",        "--provider", "apns",
+    "--imei1",  "111",     "--imei2", "222",         "--mobile-number", "+15550100"};
 
 TEST(RegisterCommand, TheDevelopmentServerAcceptsAndKeepsTheRegistration)
 {
@@ -28,9 +28,15 @@ TEST(RegisterCommand, TheDevelopmentServerAcceptsAndKeepsTheRegistration)
 
     const json kept = sandbox.registrations();
     ASSERT_EQ(kept.size(), 1u) << kept;
-    const json expected{{"deviceId", "device-1"}, {"registrationId", "token-1"}, {"pushNotificationProvider", 2},
-                        {"appId", sandbox.values().bundleId}, {"osType", "iOS"}, {"imeI1", "111"}, {"imeI2", "222"},
-                        {"mobileNumber", "+15550100"}, {"data", ""}};
+    const json expected{{"deviceId", "device-1"},
+                        {"registrationId", "token-1"},
+                        {"pushNotificationProvider", 2},
+                        {"appId", sandbox.values().bundleId},
+                        {"osType", "iOS"},
+                        {"imeI1", "111"},
+                        {"imeI2", "222"},
+                        {"mobileNumber", "+15550100"},
+                        {"data", ""}};
     for (const auto& [key, value] : expected.items()) EXPECT_EQ(kept[0][key], value) << key;
 }
 
@@ -78,8 +84,12 @@ TEST(RegisterCommand, NoUsableAnswerExitsOneWithTheTransportsDescription)
             return sink.write(" ", 1);
         });
     });
-    const struct { std::string baseURL; std::string standardError; } cases[] = {
-        {"http://127.0.0.1:" + std::to_string(fexo::test::unusedLoopbackPort()), "fexo: Could not connect to the server.\n"},
+    const struct {
+        std::string baseURL;
+        std::string standardError;
+    } cases[] = {
+        {"http://127.0.0.1:" + std::to_string(fexo::test::unusedLoopbackPort()),
+         "fexo: Could not connect to the server.\n"},
         {drip.baseURL(), "fexo: The request timed out.\n"}, // the time limit ends the transfer itself
     };
     for (const auto& c : cases) {

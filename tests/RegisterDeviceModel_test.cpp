@@ -12,13 +12,20 @@ using fexo::RegisterDeviceModel;
 TEST(RegisterDeviceModel, KeepsWhatTheServerSaidDropsTheRestAndOneBadValueFailsTheWholeAnswer)
 {
     const std::pair<const char*, const char*> kept[] = {
-        {R"({"errorMessage":null,"errors":null,"status":"ok"})", "{}"}, {R"({"errors":[]})", R"({"errors":[]})"}, {R"({"errors":[{}]})", R"({"errors":[{}]})"},
-        {R"({"errorMessage":"Validation failed","errors":[{"field":"appId","errorMessage":"required"}]})", R"({"errorMessage":"Validation failed","errors":[{"errorMessage":"required","field":"appId"}]})"},
+        {R"({"errorMessage":null,"errors":null,"status":"ok"})", "{}"},
+        {R"({"errors":[]})", R"({"errors":[]})"},
+        {R"({"errors":[{}]})", R"({"errors":[{}]})"},
+        {R"({"errorMessage":"Validation failed","errors":[{"field":"appId","errorMessage":"required"}]})",
+         R"({"errorMessage":"Validation failed","errors":[{"errorMessage":"required","field":"appId"}]})"},
     };
-    for (const auto& [json, encoded] : kept) EXPECT_EQ(fexo::JSONEncoder{}.encode(fexo::JSONDecoder{}.decode<RegisterDeviceModel>(json)), encoded);
+    for (const auto& [json, encoded] : kept)
+        EXPECT_EQ(fexo::JSONEncoder{}.encode(fexo::JSONDecoder{}.decode<RegisterDeviceModel>(json)), encoded);
     const std::pair<const char*, std::vector<std::string>> refused[] = {
-        {R"({"errorMessage":5})", {"errorMessage"}}, {R"({"errors":{}})", {"errors"}}, {R"({"errors":[{},"text"]})", {"errors", "Index 1"}},
-        {R"({"errors":[{"field":1}]})", {"errors", "Index 0", "field"}}, {R"([{}])", {}},
+        {R"({"errorMessage":5})", {"errorMessage"}},
+        {R"({"errors":{}})", {"errors"}},
+        {R"({"errors":[{},"text"]})", {"errors", "Index 1"}},
+        {R"({"errors":[{"field":1}]})", {"errors", "Index 0", "field"}},
+        {R"([{}])", {}},
     };
     for (const auto& [json, path] : refused) {
         try {

@@ -31,15 +31,17 @@ std::string outcome(Decode&& decode)
 
 TEST(ResponseDecoding, EveryFieldRoundTripsAndEmptyStaysEmpty)
 {
-    const std::string json = R"({"createdAt":752000000.123456,"data":{"text":"Hello","sender":"Ada"},"errorCode":-9223372036854775808,)"
-                             R"("errorMessage":"none","id":"A-1","isRead":true})";
+    const std::string json =
+        R"({"createdAt":752000000.123456,"data":{"text":"Hello","sender":"Ada"},"errorCode":-9223372036854775808,)"
+        R"("errorMessage":"none","id":"A-1","isRead":true})";
     const auto r = decode(json);
     EXPECT_EQ(r.data, fexo::NotificationData("Hello", "Ada"));
     EXPECT_EQ(r.isRead, true);
     EXPECT_EQ(ResponseAccess::createdAt(r)->timeIntervalSinceReferenceDate(), 752000000.123456);
     EXPECT_EQ(ResponseAccess::errorCode(r), INT64_MIN);
     EXPECT_EQ(nlohmann::json::parse(fexo::JSONEncoder{}.encode(r)), nlohmann::json::parse(json));
-    EXPECT_EQ(fexo::JSONEncoder{}.encode(decode(R"({"isRead":null,"id":"x","data":{},"unknown":[1,{"a":2}]})")), R"({"data":{},"id":"x"})");
+    EXPECT_EQ(fexo::JSONEncoder{}.encode(decode(R"({"isRead":null,"id":"x","data":{},"unknown":[1,{"a":2}]})")),
+              R"({"data":{},"id":"x"})");
     EXPECT_EQ(fexo::JSONEncoder{}.encode(Response({}, {}, {}, {}, {}, false)), R"({"isRead":false})");
     EXPECT_EQ(fexo::JSONEncoder{}.encode(decode("{}")), "{}");
 }
@@ -50,15 +52,35 @@ TEST(ResponseDecoding, EndsEveryTextExactlyAsTheFullDecoderAlone)
 {
     const std::string accepted[] = {
         R"({"data":{"text":"\"q\" \\ \/ \b\f\n\r\t \u00e9 \ud83d\ude00 \u0000","sender":null,"text":"last"},"id":"a","id":"b"})",
-        "{\"id\":\"\xE2\x82\xAC \xF0\x9F\x98\x80\"}", R"({"errorCode":1.0,"createdAt":0})", R"({"errorCode":1e3,"createdAt":4.9e-324})",
-        R"({"errorCode":9223372036854775807,"createdAt":18446744073709551615})", " {\n\"isRead\"\r:\ttrue , \"x\":[[{}]]} ",
+        "{\"id\":\"\xE2\x82\xAC \xF0\x9F\x98\x80\"}",
+        R"({"errorCode":1.0,"createdAt":0})",
+        R"({"errorCode":1e3,"createdAt":4.9e-324})",
+        R"({"errorCode":9223372036854775807,"createdAt":18446744073709551615})",
+        " {\n\"isRead\"\r:\ttrue , \"x\":[[{}]]} ",
     };
     const std::string others[] = {
-        R"({"createdAt":"2024-01-01T00:00:00Z"})", R"({"errorCode":"5"})", R"({"errorCode":1.5})", R"({"errorCode":9223372036854775808})",
-        R"({"errorCode":-9.2233720368547758e18})", R"({"errorCode":1e19})", R"({"isRead":1})", R"({"id":7,"id":"late"})",
-        R"({"data":"text"})", R"({"data":{"sender":false}})", R"({"data":{"text":1},"data":null})", "[]", "null",
-        R"({"id":"a")", "{\"id\":\"\xff\"}", R"({"id":"\udc00"})", R"({"createdAt":-0.0})", R"({"createdAt":1e-400})",
-        R"({"createdAt":1e400})", std::string("{\"id\":\"a\"}\0x", 12), "{\"id\":\"a\"} {}", R"({"id":"a",})",
+        R"({"createdAt":"2024-01-01T00:00:00Z"})",
+        R"({"errorCode":"5"})",
+        R"({"errorCode":1.5})",
+        R"({"errorCode":9223372036854775808})",
+        R"({"errorCode":-9.2233720368547758e18})",
+        R"({"errorCode":1e19})",
+        R"({"isRead":1})",
+        R"({"id":7,"id":"late"})",
+        R"({"data":"text"})",
+        R"({"data":{"sender":false}})",
+        R"({"data":{"text":1},"data":null})",
+        "[]",
+        "null",
+        R"({"id":"a")",
+        "{\"id\":\"\xff\"}",
+        R"({"id":"\udc00"})",
+        R"({"createdAt":-0.0})",
+        R"({"createdAt":1e-400})",
+        R"({"createdAt":1e400})",
+        std::string("{\"id\":\"a\"}\0x", 12),
+        "{\"id\":\"a\"} {}",
+        R"({"id":"a",})",
     };
     std::vector<std::string> texts(std::begin(accepted), std::end(accepted));
     texts.insert(texts.end(), std::begin(others), std::end(others));
@@ -86,12 +108,16 @@ TEST(ResponseDecoding, EndsEveryTextExactlyAsTheFullDecoderAlone)
 TEST(ResponseDates, AreSecondsSinceTwoThousandOneAsOneNumberAndSurviveExactly)
 {
     EXPECT_EQ(ResponseAccess::createdAt(decode(R"({"createdAt":0})"))->timeIntervalSince1970(), 978307200.0);
-    EXPECT_EQ(fexo::JSONEncoder{}.encode(Response(fexo::Date::fromTimeIntervalSince1970(0))), R"({"createdAt":-978307200})");
+    EXPECT_EQ(fexo::JSONEncoder{}.encode(Response(fexo::Date::fromTimeIntervalSince1970(0))),
+              R"({"createdAt":-978307200})");
     for (double seconds : {0.1, -1e-9, 1.7976931348623157e308, 123456789.98765433}) {
-        EXPECT_EQ(ResponseAccess::createdAt(decode(fexo::JSONEncoder{}.encode(Response(fexo::Date{seconds}))))->timeIntervalSinceReferenceDate(), seconds);
+        EXPECT_EQ(ResponseAccess::createdAt(decode(fexo::JSONEncoder{}.encode(Response(fexo::Date{seconds}))))
+                      ->timeIntervalSinceReferenceDate(),
+                  seconds);
     }
     EXPECT_THROW((void)fexo::JSONEncoder{}.encode(Response(fexo::Date(std::nan("")))), fexo::EncodingError);
-    EXPECT_THROW((void)fexo::JSONEncoder{}.encode(Response({}, fexo::NotificationData("\xc0\xaf"))), fexo::EncodingError);
+    EXPECT_THROW((void)fexo::JSONEncoder{}.encode(Response({}, fexo::NotificationData("\xc0\xaf"))),
+                 fexo::EncodingError);
 }
 
 } // namespace

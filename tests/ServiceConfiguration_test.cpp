@@ -13,12 +13,15 @@ namespace {
 
 using fexo::NSException;
 
-const std::string fileReason = " FeXO notifications framework could not find a valid FeXOService-Info.plist in your project.";
-const std::string validKeys = "'FEXO_BASE_URL': 'https://push.example.test/', 'CLIENT_SECRET': ' ', 'CLIENT_ID': 'client', "
-                              "'APP_GROUP': 'a\\x00b', 'BUNDLE_ID': 'com.example.app'";
+const std::string fileReason =
+    " FeXO notifications framework could not find a valid FeXOService-Info.plist in your project.";
+const std::string validKeys =
+    "'FEXO_BASE_URL': 'https://push.example.test/', 'CLIENT_SECRET': ' ', 'CLIENT_ID': 'client', "
+    "'APP_GROUP': 'a\\x00b', 'BUNDLE_ID': 'com.example.app'";
 
 // The exception that loading the file written by Python from `dictionary` raises, or nothing.
-std::optional<NSException> loadFailure(const std::filesystem::path& directory, const std::string& dictionary, bool binary)
+std::optional<NSException> loadFailure(const std::filesystem::path& directory, const std::string& dictionary,
+                                       bool binary)
 {
     if (!dictionary.empty()) fexo::test::writeConfigurationWithPython(directory, dictionary, binary);
     fexo::Bundle::main().setResourcesDirectory(directory);
@@ -50,7 +53,8 @@ TEST(ServiceConfiguration, FirstFailingKeyInFileOrderDecidesTheMessage)
         for (int first = 0; first < 5; ++first) {
             std::string dictionary = "{";
             for (int k = 0; k < 5; ++k) {
-                if (k < first || broken != "<absent>") dictionary += "'" + std::string(keys[k]) + "': " + (k < first ? "'v'" : broken) + ",";
+                if (k < first || broken != "<absent>")
+                    dictionary += "'" + std::string(keys[k]) + "': " + (k < first ? "'v'" : broken) + ",";
             }
             SCOPED_TRACE(dictionary);
             const auto failure = loadFailure(directory.path(), dictionary + "}", first % 2 == 0);

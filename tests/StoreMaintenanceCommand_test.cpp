@@ -24,7 +24,8 @@ TEST(StoreMaintenanceCommand, ADamagedStoreIsRefusedCheckedAndRepaired)
         ASSERT_TRUE(store->setData("kept", "host.setting"));
         ASSERT_TRUE(store->performExclusively([&] {
             for (int i = 0; i < 600; ++i) {
-                store->setData(R"({"id":")" + std::to_string(i) + R"(","data":{"text":")" + std::string(500, 't') + "\"}}",
+                store->setData(R"({"id":")" + std::to_string(i) + R"(","data":{"text":")" + std::string(500, 't') +
+                                   "\"}}",
                                "response_" + std::to_string(i));
             }
         }));
@@ -34,21 +35,26 @@ TEST(StoreMaintenanceCommand, ADamagedStoreIsRefusedCheckedAndRepaired)
     sqlite3_open(file.c_str(), &raw);
     sqlite3_exec(raw, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);
     sqlite3_close(raw);
-    std::fstream(file, std::ios::in | std::ios::out | std::ios::binary).seekp(30 * 4096).write(std::string(20 * 4096, '\0').data(), 20 * 4096);
+    std::fstream(file, std::ios::in | std::ios::out | std::ios::binary)
+        .seekp(30 * 4096)
+        .write(std::string(20 * 4096, '\0').data(), 20 * 4096);
 
     for (const std::vector<std::string>& command : {std::vector<std::string>{"list"}, {"delete-all"}}) {
         const auto refused = sandbox.run(command);
         EXPECT_EQ(refused.signal, SIGABRT) << command[0];
         EXPECT_EQ(refused.standardOutput, "") << command[0];
-        EXPECT_NE(refused.standardError.find("\"" + file.string() + "\" could not be read: database disk image is malformed"),
-                  std::string::npos) << refused.standardError;
+        EXPECT_NE(
+            refused.standardError.find("\"" + file.string() + "\" could not be read: database disk image is malformed"),
+            std::string::npos)
+            << refused.standardError;
     }
     EXPECT_EQ(sandbox.run({"store", "check"}).exitCode, 1);
 
     const auto repaired = sandbox.run({"store", "repair"});
     ASSERT_EQ(repaired.exitCode, 0) << repaired.standardError;
     std::smatch counts;
-    ASSERT_TRUE(std::regex_search(repaired.standardOutput, counts, std::regex(R"(^Saved (\d+) keys, lost (\d+))"))) << repaired.standardOutput;
+    ASSERT_TRUE(std::regex_search(repaired.standardOutput, counts, std::regex(R"(^Saved (\d+) keys, lost (\d+))")))
+        << repaired.standardOutput;
     const int saved = std::stoi(counts[1]);
     EXPECT_TRUE(saved > 200 && saved < 601) << repaired.standardOutput;
 

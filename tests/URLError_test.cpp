@@ -11,7 +11,12 @@ using fexo::URLError;
 
 TEST(URLError, CurlCodesMapToThePlatformCodes)
 {
-    const struct { CURLcode curl; long osErrno; long verify; URLError::Code expected; } cases[] = {
+    const struct {
+        CURLcode curl;
+        long osErrno;
+        long verify;
+        URLError::Code expected;
+    } cases[] = {
         {CURLE_COULDNT_CONNECT, ECONNREFUSED, 0, URLError::cannotConnectToHost},
         {CURLE_COULDNT_CONNECT, ENETUNREACH, 0, URLError::notConnectedToInternet},
         {CURLE_COULDNT_RESOLVE_HOST, 0, 0, URLError::cannotFindHost},
@@ -35,7 +40,8 @@ TEST(URLError, CurlCodesMapToThePlatformCodes)
         {CURLE_OUT_OF_MEMORY, 0, 0, URLError::unknown},
     };
     for (const auto& c : cases)
-        EXPECT_EQ(URLError::fromCurl(c.curl, std::nullopt, c.osErrno, c.verify).code(), c.expected) << curl_easy_strerror(c.curl);
+        EXPECT_EQ(URLError::fromCurl(c.curl, std::nullopt, c.osErrno, c.verify).code(), c.expected)
+            << curl_easy_strerror(c.curl);
 }
 
 TEST(URLError, DescriptionsAreThePlatformsEnglishOnesWithTheFailingURL)
@@ -44,21 +50,24 @@ TEST(URLError, DescriptionsAreThePlatformsEnglishOnesWithTheFailingURL)
               "Error Domain=NSURLErrorDomain Code=-1004 \"Could not connect to the server.\" "
               "UserInfo={NSErrorFailingURLStringKey=http://127.0.0.1:9/api, NSLocalizedDescription=Could not "
               "connect to the server.}");
-    EXPECT_EQ(URLError(URLError::timedOut, std::nullopt).description(),
-              "Error Domain=NSURLErrorDomain Code=-1001 \"The request timed out.\" UserInfo={NSLocalizedDescription=The "
-              "request timed out.}");
+    EXPECT_EQ(
+        URLError(URLError::timedOut, std::nullopt).description(),
+        "Error Domain=NSURLErrorDomain Code=-1001 \"The request timed out.\" UserInfo={NSLocalizedDescription=The "
+        "request timed out.}");
     EXPECT_EQ(URLError(URLError::serverCertificateUntrusted, "https://127.0.0.1:4443/").localizedDescription(),
               "The certificate for this server is invalid. You might be connecting to a server that is pretending to "
               "be \u201c127.0.0.1\u201d which could put your confidential information at risk.");
     EXPECT_EQ(URLError(URLError::clientCertificateRequired, "https://h/").localizedDescription(),
               "The server \u201ch\u201d requires a client certificate.");
-    for (auto code : {URLError::cancelled, URLError::badURL, URLError::unsupportedURL, URLError::cannotFindHost,
-                      URLError::networkConnectionLost, URLError::httpTooManyRedirects, URLError::notConnectedToInternet,
-                      URLError::badServerResponse, URLError::userAuthenticationRequired, URLError::cannotDecodeContentData,
-                      URLError::cannotParseResponse, URLError::dataLengthExceedsMaximum, URLError::secureConnectionFailed,
-                      URLError::serverCertificateHasBadDate, URLError::serverCertificateHasUnknownRoot,
-                      URLError::serverCertificateNotYetValid, URLError::clientCertificateRejected})
-        EXPECT_NE(URLError(code, {}).localizedDescription(), URLError(URLError::unknown, {}).localizedDescription()) << code;
+    for (auto code :
+         {URLError::cancelled, URLError::badURL, URLError::unsupportedURL, URLError::cannotFindHost,
+          URLError::networkConnectionLost, URLError::httpTooManyRedirects, URLError::notConnectedToInternet,
+          URLError::badServerResponse, URLError::userAuthenticationRequired, URLError::cannotDecodeContentData,
+          URLError::cannotParseResponse, URLError::dataLengthExceedsMaximum, URLError::secureConnectionFailed,
+          URLError::serverCertificateHasBadDate, URLError::serverCertificateHasUnknownRoot,
+          URLError::serverCertificateNotYetValid, URLError::clientCertificateRejected})
+        EXPECT_NE(URLError(code, {}).localizedDescription(), URLError(URLError::unknown, {}).localizedDescription())
+            << code;
 
     fexo::Error erased = URLError(URLError::networkConnectionLost, "http://h/");
     ASSERT_NE(erased.as<URLError>(), nullptr);

@@ -13,8 +13,10 @@ TEST(URLRequest, DefaultsAndHeaderFieldsReplacedAtOnceWithoutRegardToCase)
     EXPECT_EQ(static_cast<int>(fexo::URLRequest::CachePolicy::reloadIgnoringLocalAndRemoteCacheData), 4);
 
     request.setValue("old", "X-Old");
-    request.setAllHTTPHeaderFields({{"Content-Type", "text/plain"}, {"client_id", "a"}, {"content-type", "application/json"}});
-    EXPECT_EQ(request.allHTTPHeaderFields(), (fexo::HTTPHeaderFields{{"Content-Type", "application/json"}, {"client_id", "a"}}));
+    request.setAllHTTPHeaderFields(
+        {{"Content-Type", "text/plain"}, {"client_id", "a"}, {"content-type", "application/json"}});
+    EXPECT_EQ(request.allHTTPHeaderFields(),
+              (fexo::HTTPHeaderFields{{"Content-Type", "application/json"}, {"client_id", "a"}}));
     EXPECT_FALSE(request.value("x-old").has_value());
     EXPECT_EQ(request.value("CLIENT_ID"), "a");
 }

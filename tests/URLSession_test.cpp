@@ -17,8 +17,8 @@ using fexo::URLRequest;
 using fexo::URLSessionConfiguration;
 using fexo::test::LoopbackServer;
 using fexo::test::patience;
-using TaskCompletion =
-    fexo::test::Completion<std::optional<std::string>, std::optional<fexo::HTTPURLResponse>, std::optional<fexo::Error>>;
+using TaskCompletion = fexo::test::Completion<std::optional<std::string>, std::optional<fexo::HTTPURLResponse>,
+                                              std::optional<fexo::Error>>;
 
 struct Outcome {
     std::optional<std::string> data;
@@ -53,7 +53,10 @@ struct Gate {
     std::shared_future<void> future = promise.get_future().share();
     std::once_flag once;
     void wait() const { future.wait_for(patience); }
-    void open() { std::call_once(once, [&] { promise.set_value(); }); }
+    void open()
+    {
+        std::call_once(once, [&] { promise.set_value(); });
+    }
 };
 
 class URLSessionTest : public testing::Test {
@@ -103,8 +106,10 @@ TEST_F(URLSessionTest, RedirectsAreFollowedWithinTheOriginOnly)
     LoopbackServer other;
     server.setHandler([&other, port = server.port()](const httplib::Request& request, httplib::Response& response) {
         const std::map<std::string, std::string> targets{
-            {"/relative", "/to"}, {"/absolute", "http://127.0.0.1:" + std::to_string(port) + "/to"},
-            {"/schemeless", "//127.0.0.1:" + std::to_string(port) + "/to"}, {"/other", other.baseURL() + "/steal"},
+            {"/relative", "/to"},
+            {"/absolute", "http://127.0.0.1:" + std::to_string(port) + "/to"},
+            {"/schemeless", "//127.0.0.1:" + std::to_string(port) + "/to"},
+            {"/other", other.baseURL() + "/steal"},
             {"/other-schemeless", "//127.0.0.1:" + std::to_string(other.port()) + "/steal"},
             {"/localhost", "http://localhost:" + std::to_string(port) + "/to"},
             {"/loop", "/loop?status=" + request.get_param_value("status")}};
@@ -167,7 +172,8 @@ TEST_F(URLSessionTest, TasksFromSeveralThreadsReuseConnectionsWithinAndBetweenBu
         std::vector<std::jthread> senders;
         for (int t = 0; t < 4; ++t)
             senders.emplace_back([&] {
-                for (int i = 0; i < 30; ++i) session.dataTask(request(server.baseURL() + "/"), [](auto, auto, auto) {}).resume();
+                for (int i = 0; i < 30; ++i)
+                    session.dataTask(request(server.baseURL() + "/"), [](auto, auto, auto) {}).resume();
             });
         senders.clear();
         ASSERT_TRUE(session.waitUntilIdle(patience));
@@ -183,17 +189,21 @@ TEST_F(URLSessionTest, CompletionNeverRunsInsideResumeAndASecondResumeStartsNoth
     auto insideResume = std::make_shared<std::atomic<bool>>(false);
     auto ranInside = std::make_shared<std::atomic<bool>>(false);
     TaskCompletion outer;
-    session.dataTask(request(server.baseURL() + "/outer"), [&, handler = outer.handler()](auto d, auto r, auto e) {
-        *insideResume = true;
-        auto task = session.dataTask(request(server.baseURL() + "/inner"), [=, next = inner->handler()](auto d, auto r, auto e) {
-            *ranInside = ranInside->load() || insideResume->load();
-            next(std::move(d), std::move(r), std::move(e));
-        });
-        task.resume();
-        task.resume();
-        *insideResume = false;
-        handler(std::move(d), std::move(r), std::move(e));
-    }).resume();
+    session
+        .dataTask(request(server.baseURL() + "/outer"),
+                  [&, handler = outer.handler()](auto d, auto r, auto e) {
+                      *insideResume = true;
+                      auto task = session.dataTask(request(server.baseURL() + "/inner"),
+                                                   [=, next = inner->handler()](auto d, auto r, auto e) {
+                                                       *ranInside = ranInside->load() || insideResume->load();
+                                                       next(std::move(d), std::move(r), std::move(e));
+                                                   });
+                      task.resume();
+                      task.resume();
+                      *insideResume = false;
+                      handler(std::move(d), std::move(r), std::move(e));
+                  })
+        .resume();
     EXPECT_TRUE(outer.wait() && inner->wait());
     EXPECT_TRUE(session.waitUntilIdle(patience));
     EXPECT_FALSE(*ranInside);
@@ -223,9 +233,11 @@ TEST_F(URLSessionTest, WaitUntilIdleWaitsForTheTaskAndDestroyingTheSessionCancel
 TEST(URLSessionTLSTest, PeersAreVerifiedAgainstTheTrustedAuthoritiesAndTheHostName)
 {
     fexo::test::TemporaryDirectory directory;
-    const std::string key = (directory.path() / "key.pem").string(), certificate = (directory.path() / "cert.pem").string();
+    const std::string key = (directory.path() / "key.pem").string(),
+                      certificate = (directory.path() / "cert.pem").string();
     ASSERT_EQ(std::system(("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 -addext "
-                           "subjectAltName=IP:127.0.0.1 -keyout '" + key + "' -out '" + certificate + "' >/dev/null 2>&1")
+                           "subjectAltName=IP:127.0.0.1 -keyout '" +
+                           key + "' -out '" + certificate + "' >/dev/null 2>&1")
                               .c_str()),
               0);
     LoopbackServer plain;
@@ -264,7 +276,9 @@ TEST_F(URLSessionDeathTest, SharedSessionTakesAConfigurationBeforeItsFirstTaskAn
                 });
             });
             if (!fexo::URLSession::setSharedConfiguration(URLSessionConfiguration{})) std::_Exit(4);
-            fexo::URLSession::shared().dataTask(request(server.baseURL() + "/exit"), [](auto, auto, auto) { std::_Exit(3); }).resume();
+            fexo::URLSession::shared()
+                .dataTask(request(server.baseURL() + "/exit"), [](auto, auto, auto) { std::_Exit(3); })
+                .resume();
             if (fexo::URLSession::setSharedConfiguration(URLSessionConfiguration{})) std::_Exit(5);
             arrived->get_future().wait_for(patience);
             std::exit(0);

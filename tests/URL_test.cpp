@@ -21,9 +21,10 @@ TEST(URL, AbsoluteTextsWithSchemeAndHostAreKeptAsGiven)
 
 TEST(URL, TextsTheParserRefusesAreNotURLs)
 {
-    for (const std::string& text : std::vector<std::string>{"", "https://exa mple.com", "https://example.com/a b", " https://example.com",
-                                    "/api/Registration", "example.com/path", "https://", "mailto:someone@example.com",
-                                    "https://example.com/\n", std::string("https://example.com/\0x", 22)})
+    for (const std::string& text :
+         std::vector<std::string>{"", "https://exa mple.com", "https://example.com/a b", " https://example.com",
+                                  "/api/Registration", "example.com/path", "https://", "mailto:someone@example.com",
+                                  "https://example.com/\n", std::string("https://example.com/\0x", 22)})
         EXPECT_FALSE(URL::fromString(text).has_value()) << text;
 }
 

@@ -35,7 +35,8 @@ protected:
 
 using UserDefaultsDataStorageDeathTest = UserDefaultsDataStorageTest;
 
-const Response fullRecord(fexo::Date(752000000.123456), NotificationData("Hello \"you\"", "Ada"), 42, "none", "A-1", false);
+const Response fullRecord(fexo::Date(752000000.123456), NotificationData("Hello \"you\"", "Ada"), 42, "none", "A-1",
+                          false);
 
 // The store is on a file system with no space left: the write is dropped with one line on
 // standard error, the store keeps what it had, and the caller goes on.
@@ -43,7 +44,8 @@ TEST_F(UserDefaultsDataStorageTest, AFullDiskCostsOnlyTheChange)
 {
     const auto mountPoint = directory.path() / "small";
     std::filesystem::create_directory(mountPoint);
-    if (::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, "size=320k") != 0) GTEST_SKIP() << "cannot mount a tmpfs: " << std::strerror(errno);
+    if (::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, "size=320k") != 0)
+        GTEST_SKIP() << "cannot mount a tmpfs: " << std::strerror(errno);
     ::setenv("FEXO_APP_GROUPS_DIR", mountPoint.c_str(), 1);
     {
         UserDefaultsDataStorage storage; // constructing touches nothing
@@ -51,8 +53,7 @@ TEST_F(UserDefaultsDataStorageTest, AFullDiskCostsOnlyTheChange)
         storage.save(fullRecord, "response_A-1");
         std::ofstream filler(mountPoint / "filler", std::ios::binary);
         const std::string block(4096, 'f');
-        while (filler.write(block.data(), block.size()) && filler.flush()) {
-        }
+        while (filler.write(block.data(), block.size()) && filler.flush()) { }
         Response large = fullRecord;
         large.data = NotificationData(std::string(64 * 1024, 'x'));
         ::testing::internal::CaptureStdout();
@@ -87,12 +88,15 @@ TEST_F(UserDefaultsDataStorageDeathTest, StoresThatCannotOpenAndRecordsThatCanno
     for (const std::string bytes : {"not json", R"({"id":5})"}) {
         storage.userDefaults().setData(bytes, "response_bad");
         const auto description = thrownBy([&] { (void)fexo::JSONDecoder{}.decode<Response>(bytes); }, false);
-        EXPECT_DEATH(storage.load("response_bad"), ::testing::HasSubstr("APP load New ID NotificationService with error " + description));
-        EXPECT_DEATH(storage.loadAll("response_"), ::testing::HasSubstr("APP load New ID NotificationService with error " + description));
+        EXPECT_DEATH(storage.load("response_bad"),
+                     ::testing::HasSubstr("APP load New ID NotificationService with error " + description));
+        EXPECT_DEATH(storage.loadAll("response_"),
+                     ::testing::HasSubstr("APP load New ID NotificationService with error " + description));
     }
     const Response unencodable(fexo::Date(std::nan("")));
     const auto localized = thrownBy([&] { (void)fexo::JSONEncoder{}.encode(unencodable); }, true);
-    EXPECT_DEATH(storage.save(unencodable, "response_x"), ::testing::HasSubstr("APP save New ID NotificationService with error " + localized));
+    EXPECT_DEATH(storage.save(unencodable, "response_x"),
+                 ::testing::HasSubstr("APP save New ID NotificationService with error " + localized));
 
     configuration.appGroup = "group/with/slashes";
     fexo::test::installConfiguration(directory.path(), configuration);

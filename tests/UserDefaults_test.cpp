@@ -36,7 +36,8 @@ protected:
 std::string recordBytes(int writer, int index, int version)
 {
     std::string bytes = std::to_string(writer) + ":" + std::to_string(index) + ":" + std::to_string(version) + ":";
-    bytes.resize(200 + static_cast<std::size_t>((writer * 977 + index * 131 + version * 17) % 3000), static_cast<char>('a' + index % 26));
+    bytes.resize(200 + static_cast<std::size_t>((writer * 977 + index * 131 + version * 17) % 3000),
+                 static_cast<char>('a' + index % 26));
     return bytes;
 }
 
@@ -51,7 +52,8 @@ TEST_F(UserDefaultsTest, EveryKindRoundTripsExactlyUnderItsFixedStoredNumber)
         {"4 date", PropertyListValue(fexo::Date(-1234.000000123))},
         {"5 data", PropertyListValue(PropertyListValue::Data{std::string("\0\xff\x01 bytes", 9)})},
         {"6 array", PropertyListValue(PropertyListValue::Array{1, "two", PropertyListValue::Array{}})},
-        {"7 dictionary", PropertyListValue(PropertyListValue::Dictionary{{"k", 3.5}, {"n", PropertyListValue::Dictionary{}}})},
+        {"7 dictionary",
+         PropertyListValue(PropertyListValue::Dictionary{{"k", 3.5}, {"n", PropertyListValue::Dictionary{}}})},
         {"8 empty data", PropertyListValue(PropertyListValue::Data{})},
         {std::string("9 \0 and ' in a key", 19), PropertyListValue("")},
     };
@@ -61,8 +63,10 @@ TEST_F(UserDefaultsTest, EveryKindRoundTripsExactlyUnderItsFixedStoredNumber)
     std::string kinds;
     sqlite3* raw = nullptr;
     sqlite3_open_v2(defaults->databasePath().c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_exec(raw, "SELECT group_concat(kind, '') FROM (SELECT kind FROM defaults WHERE key < 'a' ORDER BY key)",
-                 [](void* out, int, char** row, char**) { return *static_cast<std::string*>(out) = row[0], 0; }, &kinds, nullptr);
+    sqlite3_exec(
+        raw, "SELECT group_concat(kind, '') FROM (SELECT kind FROM defaults WHERE key < 'a' ORDER BY key)",
+        [](void* out, int, char** row, char**) { return *static_cast<std::string*>(out) = row[0], 0; }, &kinds,
+        nullptr);
     sqlite3_close(raw);
     EXPECT_EQ(kinds, "0123456750");
     defaults.reset();
@@ -77,7 +81,8 @@ TEST_F(UserDefaultsTest, EveryKindRoundTripsExactlyUnderItsFixedStoredNumber)
 // Links may stand anywhere above the suite (home folders often are links), never in the suite.
 TEST_F(UserDefaultsTest, SuiteNamesLinksAndTheEnvironmentDecideWhereAStoreOpens)
 {
-    for (const std::string& name : {std::string(), std::string("."), std::string(".."), std::string("a/b"), std::string("a\0b", 3)}) {
+    for (const std::string& name :
+         {std::string(), std::string("."), std::string(".."), std::string("a/b"), std::string("a\0b", 3)}) {
         EXPECT_EQ(UserDefaults::open(name), nullptr) << name;
     }
     std::filesystem::create_directory(directory.path() / "garbage");
@@ -93,31 +98,38 @@ TEST_F(UserDefaultsTest, SuiteNamesLinksAndTheEnvironmentDecideWhereAStoreOpens)
     const mode_t previous = ::umask(0);
     auto linked = UserDefaults::open("...");
     ::umask(previous);
-    ASSERT_TRUE(linked && linked->setData("x", "k")) << "dots beyond the two special names are a name, and the root may be a link";
+    ASSERT_TRUE(linked && linked->setData("x", "k"))
+        << "dots beyond the two special names are a name, and the root may be a link";
     EXPECT_EQ(UserDefaults::open("...")->dataForKey("k"), "x");
     const auto container = directory.path() / "real/root/missing/...";
     ::unsetenv("FEXO_APP_GROUPS_DIR");
     ::setenv("XDG_DATA_HOME", (directory.path() / "xdg").c_str(), 1);
-    EXPECT_EQ(UserDefaults::open(suite)->databasePath(), directory.path() / "xdg/fexo/app-groups" / suite / "defaults.sqlite");
+    EXPECT_EQ(UserDefaults::open(suite)->databasePath(),
+              directory.path() / "xdg/fexo/app-groups" / suite / "defaults.sqlite");
     ::unsetenv("XDG_DATA_HOME");
     const std::string home = std::getenv("HOME");
     ::setenv("HOME", directory.path().c_str(), 1);
-    EXPECT_EQ(UserDefaults::open(suite)->databasePath(), directory.path() / ".local/share/fexo/app-groups" / suite / "defaults.sqlite");
+    EXPECT_EQ(UserDefaults::open(suite)->databasePath(),
+              directory.path() / ".local/share/fexo/app-groups" / suite / "defaults.sqlite");
     ::setenv("HOME", home.c_str(), 1);
     for (const auto& name : {"..", ".", "defaults.sqlite", "defaults.sqlite-wal", "defaults.sqlite-shm"}) {
-        struct stat status {};
-        EXPECT_EQ(::stat((container / name).c_str(), &status) == 0 ? status.st_mode & 0777 : 0, name[0] == '.' ? 0700u : 0600u) << name;
+        struct stat status { };
+        EXPECT_EQ(::stat((container / name).c_str(), &status) == 0 ? status.st_mode & 0777 : 0,
+                  name[0] == '.' ? 0700u : 0600u)
+            << name;
     }
 }
 
 TEST_F(UserDefaultsTest, PrefixScansAreByteWiseRangesAndTheRegistrationDomainLiesBeneath)
 {
     auto defaults = UserDefaults::open(suite);
-    for (const char* key : {"response_", "response_1", "Response_3", "response", "\xff\xff\xff", "\xfe\xff"}) ASSERT_TRUE(defaults->setData(key, key));
+    for (const char* key : {"response_", "response_1", "Response_3", "response", "\xff\xff\xff", "\xfe\xff"})
+        ASSERT_TRUE(defaults->setData(key, key));
     ASSERT_TRUE(defaults->setObject(7, "response_int"));
     EXPECT_THAT(defaults->keysWithPrefix("response_"), ElementsAre("response_", "response_1", "response_int"));
-    EXPECT_THAT(defaults->dataWithKeyPrefix("response_"), ElementsAre(std::pair<std::string, std::string>("response_", "response_"),
-                                                                      std::pair<std::string, std::string>("response_1", "response_1")));
+    EXPECT_THAT(defaults->dataWithKeyPrefix("response_"),
+                ElementsAre(std::pair<std::string, std::string>("response_", "response_"),
+                            std::pair<std::string, std::string>("response_1", "response_1")));
     EXPECT_THAT(defaults->keysWithPrefix("\xff\xff"), ElementsAre("\xff\xff\xff")) << "no upper bound exists";
     EXPECT_EQ(defaults->keysWithPrefix("").size(), 7u);
 
@@ -133,12 +145,15 @@ TEST_F(UserDefaultsTest, ThreadsShareOneObjectAndTransactionsCommitWholeOrNothin
 {
     auto defaults = UserDefaults::open(suite);
     ASSERT_TRUE(defaults->setObject(0, "n"));
-    EXPECT_THROW(defaults->performExclusively([&] { defaults->setObject(-1, "n"), throw std::runtime_error("stop"); }), std::runtime_error);
+    EXPECT_THROW(defaults->performExclusively([&] { defaults->setObject(-1, "n"), throw std::runtime_error("stop"); }),
+                 std::runtime_error);
     std::vector<std::thread> workers;
     for (int t = 0; t < 4; ++t) {
         workers.emplace_back([&] {
             const auto increment = [&] { defaults->setObject(*defaults->object("n")->integer() + 1, "n"); };
-            for (int i = 0; i < 50; ++i) EXPECT_TRUE(defaults->performExclusively([&] { EXPECT_TRUE(defaults->performExclusively(increment)); }));
+            for (int i = 0; i < 50; ++i)
+                EXPECT_TRUE(
+                    defaults->performExclusively([&] { EXPECT_TRUE(defaults->performExclusively(increment)); }));
         });
     }
     for (auto& worker : workers) worker.join();
@@ -149,14 +164,17 @@ TEST_F(UserDefaultsTest, WriterKilledMidWritesLeavesEveryReturnedWrite)
 {
     constexpr int keys = 40;
     // The writer notes each write that returned here, in memory it shares with this process.
-    auto* returned = static_cast<int*>(::mmap(nullptr, keys * sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    auto* returned = static_cast<int*>(
+        ::mmap(nullptr, keys * sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     std::fill(returned, returned + keys, -1);
     for (int round = 0; round < 3; ++round) {
         fexo::test::StartGate busy;
         ForkedProcess child([&] {
             auto defaults = UserDefaults::open(suite);
             for (int version = round * 1000000;; ++version) {
-                if (!defaults || !defaults->setData(recordBytes(0, version % keys, version), "k" + std::to_string(version % keys))) return 4;
+                if (!defaults ||
+                    !defaults->setData(recordBytes(0, version % keys, version), "k" + std::to_string(version % keys)))
+                    return 4;
                 returned[version % keys] = version;
                 if (version == round * 1000000 + 150) busy.open();
             }

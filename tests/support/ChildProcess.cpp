@@ -45,8 +45,7 @@ std::pair<int, bool> waitFor(pid_t pid, std::chrono::milliseconds limit)
 {
     auto waiter = std::async(std::launch::async, [pid] {
         int status = 0;
-        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-        }
+        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) { }
         return status;
     });
     const bool ended = waiter.wait_for(limit) == std::future_status::ready;

@@ -1,5 +1,5 @@
-#include <support/Configuration.hpp>
 #include <support/ChildProcess.hpp>
+#include <support/Configuration.hpp>
 
 #include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXOPlatform/Bundle.hpp>
@@ -38,10 +38,12 @@ void installConfiguration(const std::filesystem::path& directory, const std::str
 
 void writeConfigurationWithPython(const std::filesystem::path& directory, const std::string& dictionary, bool binary)
 {
-    const std::string script = "import plistlib,sys\nplistlib.dump(" + dictionary + ", open(sys.argv[1], 'wb'), fmt=plistlib." +
-                               (binary ? "FMT_BINARY" : "FMT_XML") + ")\n";
-    const auto result = ChildProcess::run("/usr/bin/python3", {"-c", script, (directory / "FeXOService-Info.plist").string()});
-    if (result.exitCode != 0) throw std::runtime_error("python3 could not write the configuration: " + result.standardError);
+    const std::string script = "import plistlib,sys\nplistlib.dump(" + dictionary +
+                               ", open(sys.argv[1], 'wb'), fmt=plistlib." + (binary ? "FMT_BINARY" : "FMT_XML") + ")\n";
+    const auto result =
+        ChildProcess::run("/usr/bin/python3", {"-c", script, (directory / "FeXOService-Info.plist").string()});
+    if (result.exitCode != 0)
+        throw std::runtime_error("python3 could not write the configuration: " + result.standardError);
 }
 
 } // namespace fexo::test

@@ -36,12 +36,10 @@ std::optional<int> ForkedProcess::wait(std::chrono::milliseconds limit)
     if (status_) return status_;
     pollfd entry{pidDescriptor_, POLLIN, 0};
     int ready = 0;
-    while ((ready = ::poll(&entry, 1, static_cast<int>(limit.count()))) < 0 && errno == EINTR) {
-    }
+    while ((ready = ::poll(&entry, 1, static_cast<int>(limit.count()))) < 0 && errno == EINTR) { }
     if (ready <= 0) ::kill(pid_, SIGKILL);
     int raw = 0;
-    while (::waitpid(pid_, &raw, 0) < 0 && errno == EINTR) {
-    }
+    while (::waitpid(pid_, &raw, 0) < 0 && errno == EINTR) { }
     status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : -WTERMSIG(raw);
     return ready > 0 ? status_ : std::nullopt;
 }

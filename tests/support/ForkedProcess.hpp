@@ -24,8 +24,7 @@ struct StartGate {
     {
         open();
         char byte = 0;
-        while (::read(fds[0], &byte, 1) < 0 && errno == EINTR) {
-        }
+        while (::read(fds[0], &byte, 1) < 0 && errno == EINTR) { }
     }
     void open() { ::close(std::exchange(fds[1], -1)); }
 

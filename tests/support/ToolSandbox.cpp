@@ -29,8 +29,9 @@ void ToolSandbox::configure(const std::string& baseURL)
 
 void ToolSandbox::serve()
 {
-    server_ = std::make_unique<ChildProcess>(
-        tool_, std::vector<std::string>{"serve", "--port", "0", "--client-id", values_.clientId, "--client-secret", values_.clientSecret});
+    server_ = std::make_unique<ChildProcess>(tool_, std::vector<std::string>{"serve", "--port", "0", "--client-id",
+                                                                             values_.clientId, "--client-secret",
+                                                                             values_.clientSecret});
     const std::string baseURL = server_->readLine(std::chrono::seconds(10));
     if (!baseURL.starts_with("http://127.0.0.1:")) throw std::runtime_error("fexo serve printed \"" + baseURL + "\"");
     configure(baseURL);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <support/Configuration.hpp>
 #include <support/ChildProcess.hpp>
+#include <support/Configuration.hpp>
 #include <support/TemporaryDirectory.hpp>
 
 #include <FeXOPlatform/UserDefaults.hpp>

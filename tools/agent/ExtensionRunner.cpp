@@ -22,7 +22,7 @@ constexpr std::size_t maximumOutputBytes = 1 << 20;
 
 class Descriptor {
 public:
-    explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
+    explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) { }
     ~Descriptor() { reset(); }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
@@ -98,7 +98,8 @@ ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& n
     // Closed by a successful exec; carries errno when exec fails. Until then the child is a copy
     // of this process, whose resident memory must not count against the extension.
     int execReport[2];
-    if (::pipe2(execReport, O_CLOEXEC) != 0) return {std::nullopt, std::string("cannot start: ") + std::strerror(errno)};
+    if (::pipe2(execReport, O_CLOEXEC) != 0)
+        return {std::nullopt, std::string("cannot start: ") + std::strerror(errno)};
     Descriptor reportRead(execReport[0]), reportWrite(execReport[1]);
 
     const pid_t pid = ::fork();
@@ -109,7 +110,7 @@ ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& n
         sigset_t all;
         ::sigemptyset(&all);
         ::sigprocmask(SIG_SETMASK, &all, nullptr);
-        struct sigaction standard {};
+        struct sigaction standard { };
         standard.sa_handler = SIG_DFL;
         ::sigaction(SIGPIPE, &standard, nullptr);
         if (::dup2(toChild[0], 0) < 0 || ::dup2(fromChild[1], 1) < 0) ::_exit(126);
@@ -124,11 +125,9 @@ ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& n
     reportWrite.reset();
     int execFailure = 0;
     ssize_t reported;
-    while ((reported = ::read(reportRead.get(), &execFailure, sizeof execFailure)) < 0 && errno == EINTR) {
-    }
+    while ((reported = ::read(reportRead.get(), &execFailure, sizeof execFailure)) < 0 && errno == EINTR) { }
     if (reported > 0) {
-        while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-        }
+        while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) { }
         return {std::nullopt, "could not run " + command_.front() + ": " + std::strerror(execFailure)};
     }
     Descriptor exited(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
@@ -160,7 +159,8 @@ ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& n
             killed = "killed at the memory limit of " + std::to_string(limits_.memoryBytes >> 20) + " MiB";
             break;
         }
-        auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now) + std::chrono::milliseconds(1);
+        auto wait =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now) + std::chrono::milliseconds(1);
         if (!leaf) wait = std::min(wait, residentWatchInterval);
         pollfd watched[3] = {{exited.get(), POLLIN, 0}, {outputRead.get(), POLLIN, 0}, {inputWrite.get(), POLLOUT, 0}};
         if (::poll(watched, 3, static_cast<int>(wait.count())) < 0 && errno != EINTR) break;
@@ -175,8 +175,7 @@ ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& n
     if (exited.get() < 0) killed = "cannot watch it"; // no process descriptor: never leave it running unwatched
     if (!killed.empty()) ::kill(-pid, SIGKILL);
     int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) { }
     if (outputRead.get() >= 0) drain();
 
     ExtensionRun result;

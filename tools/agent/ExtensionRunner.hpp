@@ -1,7 +1,7 @@
 #pragma once
 
-#include <common/DeliveredContent.hpp>
 #include <agent/MemoryCgroup.hpp>
+#include <common/DeliveredContent.hpp>
 
 #include <chrono>
 #include <cstddef>

@@ -65,7 +65,7 @@ std::unique_ptr<MemoryCgroup> MemoryCgroup::delegated(std::string& reason)
         return nullptr;
     }
     const auto path = *mount / own.substr(1);
-    struct stat status {};
+    struct stat status { };
     if (::stat(path.c_str(), &status) != 0 || status.st_uid != ::getuid() ||
         ::access((path / "cgroup.subtree_control").c_str(), W_OK) != 0) {
         reason = "the cgroup " + path.string() + " is not delegated to this user";

@@ -32,7 +32,7 @@ public:
 
     private:
         friend class MemoryCgroup;
-        explicit Leaf(std::filesystem::path path, int procs) : path_(std::move(path)), procs_(procs) {}
+        explicit Leaf(std::filesystem::path path, int procs) : path_(std::move(path)), procs_(procs) { }
         std::filesystem::path path_;
         int procs_ = -1;
     };
@@ -43,7 +43,7 @@ public:
     const std::filesystem::path& path() const { return path_; }
 
 private:
-    explicit MemoryCgroup(std::filesystem::path path) : path_(std::move(path)) {}
+    explicit MemoryCgroup(std::filesystem::path path) : path_(std::move(path)) { }
     std::filesystem::path path_;
 };
 

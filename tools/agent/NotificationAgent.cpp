@@ -28,7 +28,10 @@ constexpr std::chrono::seconds notifyTimeLimit{5};
 // Notifications whose default action is still remembered; older ones lose it.
 constexpr std::size_t maximumShown = 1000;
 
-std::string errorName(const char* suffix) { return std::string(agentInterface) + ".Error." + suffix; }
+std::string errorName(const char* suffix)
+{
+    return std::string(agentInterface) + ".Error." + suffix;
+}
 
 long long millisecondsSince(std::chrono::steady_clock::time_point start)
 {
@@ -53,7 +56,7 @@ void spawnDetached(const std::string& command, const std::string& requestId)
         sigset_t all;
         ::sigemptyset(&all);
         ::sigprocmask(SIG_SETMASK, &all, nullptr);
-        struct sigaction standard {};
+        struct sigaction standard { };
         standard.sa_handler = SIG_DFL;
         ::sigaction(SIGPIPE, &standard, nullptr);
         if (::fork() == 0) ::execve("/bin/sh", const_cast<char**>(argv), envp.data());
@@ -117,8 +120,7 @@ std::string NotificationAgent::push(const std::string& userInfoJSON)
 {
     if (userInfoJSON.size() > maximumPushBytes)
         throw sdbus::Error(errorName("TooLarge"), "the push is " + std::to_string(userInfoJSON.size()) +
-                                                      " bytes, over the limit of " +
-                                                      std::to_string(maximumPushBytes));
+                                                      " bytes, over the limit of " + std::to_string(maximumPushBytes));
     const auto userInfo = nlohmann::json::parse(userInfoJSON, nullptr, false);
     if (userInfo.is_discarded()) throw sdbus::Error(errorName("NotJSON"), "the push is not JSON");
     if (!userInfo.is_object())
@@ -128,8 +130,7 @@ std::string NotificationAgent::push(const std::string& userInfoJSON)
     std::snprintf(requestId, sizeof requestId, "%016llx%016llx", static_cast<unsigned long long>(random_()),
                   static_cast<unsigned long long>(random_()));
     if (!queue_->submit({requestId, userInfoJSON, originalContent(userInfo), std::chrono::steady_clock::now()}))
-        throw sdbus::Error(errorName("QueueFull"), "the agent already has " +
-                                                       std::to_string(settings_.queueCapacity) +
+        throw sdbus::Error(errorName("QueueFull"), "the agent already has " + std::to_string(settings_.queueCapacity) +
                                                        " pushes waiting; try again later");
     return requestId;
 }
@@ -149,16 +150,16 @@ void NotificationAgent::deliverFinished()
 void NotificationAgent::show(Finished finished)
 {
     auto delivery = std::make_shared<const DeliveredContent>(finished.run.content.value_or(finished.job.original));
-    auto log = std::make_shared<std::string>(
-        finished.job.requestId + ": " + (finished.run.content ? "content of the extension" : "original alert") +
-        " (extension " + finished.run.ending + ")");
+    auto log = std::make_shared<std::string>(finished.job.requestId + ": " +
+                                             (finished.run.content ? "content of the extension" : "original alert") +
+                                             " (extension " + finished.run.ending + ")");
     std::vector<std::string> actions;
     if (!settings_.hostCommand.empty()) actions = {"default", "Open"};
 
     // Delivered follows the notification service's answer, so that a receiver of the signal
     // finds the notification shown; without an answer it still follows, once.
-    auto signal = [this, delivery, log, requestId = finished.job.requestId, accepted = finished.job.accepted](
-                      const sdbus::Error* error, std::uint32_t id) {
+    auto signal = [this, delivery, log, requestId = finished.job.requestId,
+                   accepted = finished.job.accepted](const sdbus::Error* error, std::uint32_t id) {
         if (error == nullptr && !settings_.hostCommand.empty()) {
             shown_[id] = requestId;
             if (shown_.size() > maximumShown) shown_.erase(shown_.begin());
@@ -202,8 +203,7 @@ int NotificationAgent::run()
     const int stopped = ::signalfd(-1, &stop, SFD_CLOEXEC | SFD_NONBLOCK);
     for (;;) {
         try {
-            while (connection_->processPendingRequest()) {
-            }
+            while (connection_->processPendingRequest()) { }
         } catch (const sdbus::Error& error) {
             std::cerr << "fexo-agent: lost the session bus: " << error.getMessage() << std::endl;
             ::close(stopped);

@@ -25,9 +25,9 @@ inline constexpr const char* agentObjectPath = "/org/fexo/NotificationAgent1";
 inline constexpr const char* agentInterface = "org.fexo.NotificationAgent1";
 
 struct AgentSettings {
-    std::size_t concurrency = 4;     // extension processes at once
+    std::size_t concurrency = 4;      // extension processes at once
     std::size_t queueCapacity = 1000; // pushes waiting for one of them
-    std::string appName = "FeXO";    // the application name shown with each notification
+    std::string appName = "FeXO";     // the application name shown with each notification
     // A shell command run when the user chooses a notification's default action, with
     // FEXO_REQUEST_ID set to the push's request id; empty: notifications offer no action.
     std::string hostCommand;

@@ -1,6 +1,6 @@
 #include <agent/AgentCommands.hpp>
-#include <common/DeliveredContent.hpp>
 #include <agent/NotificationAgent.hpp>
+#include <common/DeliveredContent.hpp>
 
 #include <sdbus-c++/sdbus-c++.h>
 
@@ -52,19 +52,23 @@ int push(const std::string& inputName, double waitSeconds)
         std::map<std::string, DeliveredContent> delivered;
         agent->uponSignal("Delivered")
             .onInterface(agentInterface)
-            .call([&delivered](const std::string& id, const std::string& title, const std::string& body,
-                               bool rewritten) { delivered[id] = {title, body, rewritten}; });
+            .call(
+                [&delivered](const std::string& id, const std::string& title, const std::string& body, bool rewritten) {
+                    delivered[id] = {title, body, rewritten};
+                });
         agent->finishRegistration();
 
         std::string requestId;
         agent->callMethod("Push").onInterface(agentInterface).withArguments(*userInfoJSON).storeResultsTo(requestId);
-        const auto deadline = std::chrono::steady_clock::now() +
-                              std::chrono::milliseconds(static_cast<long long>(waitSeconds * 1000));
+        const auto deadline =
+            std::chrono::steady_clock::now() + std::chrono::milliseconds(static_cast<long long>(waitSeconds * 1000));
         while (delivered.find(requestId) == delivered.end()) {
             if (connection->processPendingRequest()) continue;
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             if (left.count() <= 0) {
-                std::cerr << "fexo: no Delivered for push " << requestId << " within " << waitSeconds << " s" << std::endl;
+                std::cerr << "fexo: no Delivered for push " << requestId << " within " << waitSeconds << " s"
+                          << std::endl;
                 return 1;
             }
             const auto bus = connection->getEventLoopPollData();
@@ -89,7 +93,8 @@ void addPushCommand(CLI::App& app, int& exitCode)
     auto* command = app.add_subcommand("push", "Hand one push to the agent on the session bus, wait for its "
                                                "delivery and print the content delivered (exit 0 rewritten, "
                                                "3 original)");
-    command->add_option("FILE", *input, "The push's user-info JSON object; - for standard input")->capture_default_str();
+    command->add_option("FILE", *input, "The push's user-info JSON object; - for standard input")
+        ->capture_default_str();
     command->add_option("--wait", *wait, "Seconds to wait for the delivery")
         ->capture_default_str()
         ->check(CLI::Range(0.001, 86400.0));

@@ -44,8 +44,8 @@ DeliveredContent runExtensionRoad(const AnyValue& userInfo, const DeliveredConte
                                   std::chrono::milliseconds timeLimit)
 {
     const auto deadline = std::chrono::steady_clock::now() + timeLimit;
-    const UNNotificationRequest request("fexo-handle-push",
-                                        std::make_shared<UNNotificationContent>(original.title, original.body, userInfo));
+    const UNNotificationRequest request(
+        "fexo-handle-push", std::make_shared<UNNotificationContent>(original.title, original.body, userInfo));
     // Shared with the content handler, which may outlive this call when the time limit passes.
     auto delivery = std::make_shared<Delivery>();
 
@@ -56,7 +56,8 @@ DeliveredContent runExtensionRoad(const AnyValue& userInfo, const DeliveredConte
 
     // The content handler runs inside the session's completion, so once the session is idle
     // it has either run or never will.
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     URLSession::shared().waitUntilIdle(std::max(left, std::chrono::milliseconds(0)));
     if (auto content = delivery->waitUntil(std::chrono::steady_clock::now())) return *content;
     delivery->deliver(original);

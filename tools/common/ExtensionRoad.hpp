@@ -19,5 +19,4 @@ namespace fexo::tool {
 DeliveredContent runExtensionRoad(const AnyValue& userInfo, const DeliveredContent& original,
                                   std::chrono::milliseconds timeLimit);
 
-
 } // namespace fexo::tool

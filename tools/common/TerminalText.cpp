@@ -29,8 +29,9 @@ std::pair<char32_t, std::size_t> decodeFirst(std::string_view text)
 
 bool isShownEscaped(char32_t point)
 {
-    return (point >= 0x80 && point <= 0x9F) || point == 0x2028 || point == 0x2029 || (point >= 0x202A && point <= 0x202E)
-        || (point >= 0x2066 && point <= 0x2069) || point == 0x200E || point == 0x200F || point == 0x061C;
+    return (point >= 0x80 && point <= 0x9F) || point == 0x2028 || point == 0x2029 ||
+           (point >= 0x202A && point <= 0x202E) || (point >= 0x2066 && point <= 0x2069) || point == 0x200E ||
+           point == 0x200F || point == 0x061C;
 }
 
 // Calls `unit` with each character of `text` as it is shown: the character itself or its escape.
@@ -83,7 +84,8 @@ std::string terminalColumn(std::string_view text, std::size_t width)
     bool cut = false;
     forEachShownCharacter(text, [&](std::string_view unit) {
         if (cut) return;
-        const std::size_t characters = unit.size() == 1 || static_cast<unsigned char>(unit[0]) >= 0x80 ? 1 : unit.size();
+        const std::size_t characters =
+            unit.size() == 1 || static_cast<unsigned char>(unit[0]) >= 0x80 ? 1 : unit.size();
         if (used + characters > width) {
             cut = true;
             return;

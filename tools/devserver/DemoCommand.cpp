@@ -77,7 +77,8 @@ public:
         std::string said;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
         while (pid_ > 0 && said.find("serv") == std::string::npos) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             pollfd ready{errors_, POLLIN, 0};
             if (left.count() <= 0 || ::poll(&ready, 1, static_cast<int>(left.count())) <= 0) break;
             char buffer[512];
@@ -166,7 +167,8 @@ private:
         }
         Bundle::main().setResourcesDirectory(directory);
         ::setenv("FEXO_APP_GROUPS_DIR", (directory / "app-groups").c_str(), 1);
-        step("Configuration written to " + file.string() + "; app-group store under " + (directory / "app-groups").string());
+        step("Configuration written to " + file.string() + "; app-group store under " +
+             (directory / "app-groups").string());
         return true;
     }
 
@@ -194,8 +196,8 @@ private:
         showWire();
 
         step("The extension handles the push (FeXONotificationExtensionHandler::handleNotification)");
-        const auto content = runExtensionRoad(JSONSerialization::jsonObject(*push), originalContent(nlohmann::json::parse(*push)),
-                                              std::chrono::seconds(30));
+        const auto content = runExtensionRoad(JSONSerialization::jsonObject(*push),
+                                              originalContent(nlohmann::json::parse(*push)), std::chrono::seconds(30));
         showWire();
         writeTerminalLine(std::cout, "   delivered: " + deliveredContentJSON(content));
         if (!content.rewritten || content.title != "FeXO Post" || content.body != "Your parcel is on its way") {

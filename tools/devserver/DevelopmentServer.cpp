@@ -18,7 +18,7 @@ namespace fexo::tool {
 using Json = nlohmann::json;
 
 struct DevelopmentServer::Impl {
-    explicit Impl(DevelopmentServerOptions options) : options(std::move(options)) {}
+    explicit Impl(DevelopmentServerOptions options) : options(std::move(options)) { }
 
     void route(httplib::Server& server);
     void record(const httplib::Request& request, const httplib::Response& response);
@@ -39,9 +39,9 @@ void DevelopmentServer::Impl::route(httplib::Server& http)
     using HandlerResponse = httplib::Server::HandlerResponse;
 
     http.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
-        const bool accepted = request.has_header("client_id") && request.has_header("client_secret")
-            && request.get_header_value("client_id") == options.clientId
-            && request.get_header_value("client_secret") == options.clientSecret;
+        const bool accepted = request.has_header("client_id") && request.has_header("client_secret") &&
+                              request.get_header_value("client_id") == options.clientId &&
+                              request.get_header_value("client_secret") == options.clientSecret;
         if (accepted) return HandlerResponse::Unhandled;
         answerJSON(response, 401, Json{{"errorMessage", "Invalid client credentials"}});
         return HandlerResponse::Handled;
@@ -51,11 +51,12 @@ void DevelopmentServer::Impl::route(httplib::Server& http)
 
     // Refusals of the HTTP layer itself (unknown path, oversized body, ...) get a JSON body too;
     // answers that already carry one keep it.
-    http.set_error_handler(httplib::Server::HandlerWithResponse([](const httplib::Request&, httplib::Response& response) {
-        if (!response.body.empty()) return HandlerResponse::Unhandled;
-        answerJSON(response, response.status, Json{{"errorMessage", reasonPhrase(response.status)}});
-        return HandlerResponse::Handled;
-    }));
+    http.set_error_handler(
+        httplib::Server::HandlerWithResponse([](const httplib::Request&, httplib::Response& response) {
+            if (!response.body.empty()) return HandlerResponse::Unhandled;
+            answerJSON(response, response.status, Json{{"errorMessage", reasonPhrase(response.status)}});
+            return HandlerResponse::Handled;
+        }));
     http.set_exception_handler([](const httplib::Request&, httplib::Response& response, std::exception_ptr error) {
         std::string message = "Internal server error";
         try {
@@ -112,8 +113,8 @@ int DevelopmentServer::start()
 
     const auto& host = impl_->options.host;
     const int port = impl_->options.port == 0
-        ? server->bind_to_any_port(host)
-        : (server->bind_to_port(host, impl_->options.port) ? impl_->options.port : -1);
+                         ? server->bind_to_any_port(host)
+                         : (server->bind_to_port(host, impl_->options.port) ? impl_->options.port : -1);
     if (port <= 0) {
         throw std::runtime_error("cannot listen on " + host + " port " + std::to_string(impl_->options.port));
     }

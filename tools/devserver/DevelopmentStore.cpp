@@ -30,8 +30,7 @@ public:
 
     Statement& bind(int index, const std::string& text)
     {
-        check(sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()),
-                                SQLITE_TRANSIENT));
+        check(sqlite3_bind_text(statement_, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT));
         return *this;
     }
     Statement& bind(int index, double value)
@@ -125,8 +124,7 @@ DevelopmentStore::DevelopmentStore(const std::optional<std::filesystem::path>& d
 
     sqlite3* raw = nullptr;
     const int status = sqlite3_open_v2(location_.c_str(), &raw,
-                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
-                                       nullptr);
+                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     db_.reset(raw);
     if (status != SQLITE_OK) throwError(raw, "cannot open " + location_);
 
@@ -163,9 +161,8 @@ void DevelopmentStore::saveRegistration(const std::string& deviceId, const std::
 {
     const std::lock_guard lock(mutex_);
     Transaction transaction(db_.get());
-    Statement(db_.get(),
-              "INSERT OR REPLACE INTO registrations (deviceId, registrationId, body, sequence)"
-              " VALUES (?1, ?2, ?3, (SELECT COALESCE(MAX(sequence), 0) + 1 FROM registrations))")
+    Statement(db_.get(), "INSERT OR REPLACE INTO registrations (deviceId, registrationId, body, sequence)"
+                         " VALUES (?1, ?2, ?3, (SELECT COALESCE(MAX(sequence), 0) + 1 FROM registrations))")
         .bind(1, deviceId)
         .bind(2, registrationId)
         .bind(3, bodyJson)
@@ -194,9 +191,8 @@ std::optional<std::string> DevelopmentStore::registrationIdOf(const std::string&
 void DevelopmentStore::enqueue(const Notification& notification)
 {
     const std::lock_guard lock(mutex_);
-    Statement(db_.get(),
-              "INSERT INTO notifications (id, recipientId, text, sender, createdAt)"
-              " VALUES (?1, ?2, ?3, ?4, ?5)")
+    Statement(db_.get(), "INSERT INTO notifications (id, recipientId, text, sender, createdAt)"
+                         " VALUES (?1, ?2, ?3, ?4, ?5)")
         .bind(1, notification.id)
         .bind(2, notification.recipientId)
         .bind(3, notification.text)
@@ -212,17 +208,14 @@ std::optional<DevelopmentStore::Notification> DevelopmentStore::takeOldest(const
     Notification notification;
     sqlite3_int64 sequence = 0;
     {
-        Statement select(db_.get(),
-                         "SELECT sequence, id, text, sender, createdAt FROM notifications"
-                         " WHERE recipientId = ?1 AND delivered = 0 ORDER BY sequence LIMIT 1");
+        Statement select(db_.get(), "SELECT sequence, id, text, sender, createdAt FROM notifications"
+                                    " WHERE recipientId = ?1 AND delivered = 0 ORDER BY sequence LIMIT 1");
         select.bind(1, recipientId);
         if (!select.step()) return std::nullopt;
         sequence = select.integer(0);
         notification = {select.text(1), recipientId, select.text(2), select.text(3), select.real(4)};
     }
-    Statement(db_.get(), "UPDATE notifications SET delivered = 1 WHERE sequence = ?1")
-        .bind(1, sequence)
-        .step();
+    Statement(db_.get(), "UPDATE notifications SET delivered = 1 WHERE sequence = ?1").bind(1, sequence).step();
     transaction.commit();
     return notification;
 }

@@ -36,8 +36,7 @@ public:
 
     // Keeps a registration body (compact JSON text) under its device id, replacing an earlier
     // registration of that device; the replacement counts as the most recent registration.
-    void saveRegistration(const std::string& deviceId, const std::string& registrationId,
-                          const std::string& bodyJson);
+    void saveRegistration(const std::string& deviceId, const std::string& registrationId, const std::string& bodyJson);
     // The kept registration bodies, oldest registration first.
     std::vector<std::string> registrations() const;
     // The push token of the device registered under `deviceId`, or nothing.

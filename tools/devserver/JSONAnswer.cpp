@@ -13,12 +13,18 @@ void answerJSON(httplib::Response& response, int status, const nlohmann::json& b
 std::string reasonPhrase(int status)
 {
     switch (status) {
-    case 400: return "Bad Request";
-    case 404: return "Not Found";
-    case 405: return "Method Not Allowed";
-    case 413: return "Payload Too Large";
-    case 414: return "URI Too Long";
-    default: return "HTTP status " + std::to_string(status);
+    case 400:
+        return "Bad Request";
+    case 404:
+        return "Not Found";
+    case 405:
+        return "Method Not Allowed";
+    case 413:
+        return "Payload Too Large";
+    case 414:
+        return "URI Too Long";
+    default:
+        return "HTTP status " + std::to_string(status);
     }
 }
 

@@ -6,7 +6,7 @@
 
 namespace httplib {
 struct Response;
-}
+} // namespace httplib
 
 namespace fexo::tool {
 

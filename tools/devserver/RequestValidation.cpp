@@ -37,8 +37,9 @@ std::optional<std::int64_t> RequestValidation::integer(const char* key, std::int
     }
     // Unsigned numbers beyond the signed range are out of range too.
     const bool inRange = value->is_number_unsigned()
-        ? value->get<std::uint64_t>() >= static_cast<std::uint64_t>(low) && value->get<std::uint64_t>() <= static_cast<std::uint64_t>(high)
-        : value->get<std::int64_t>() >= low && value->get<std::int64_t>() <= high;
+                             ? value->get<std::uint64_t>() >= static_cast<std::uint64_t>(low) &&
+                                   value->get<std::uint64_t>() <= static_cast<std::uint64_t>(high)
+                             : value->get<std::int64_t>() >= low && value->get<std::int64_t>() <= high;
     if (!inRange) {
         complain(key, std::string("The ") + key + " field must be " + names + ".");
         return std::nullopt;

@@ -9,7 +9,7 @@
 namespace httplib {
 struct Request;
 struct Response;
-}
+} // namespace httplib
 
 namespace fexo::tool {
 
@@ -21,7 +21,7 @@ std::optional<nlohmann::json> requestObject(const httplib::Request& request, htt
 // asked. A key that is absent or null is "required".
 class RequestValidation {
 public:
-    explicit RequestValidation(const nlohmann::json& body) : body_(body) {}
+    explicit RequestValidation(const nlohmann::json& body) : body_(body) { }
 
     // The key's text, or nothing (and a complaint) when it is not a string.
     const std::string* string(const char* key);

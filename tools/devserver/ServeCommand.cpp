@@ -60,7 +60,8 @@ int serve(const ToolOptions& options, const ServeArguments& arguments)
     serverOptions.clientSecret = accepted->second;
     serverOptions.exchangeObserver = [](const Exchange& exchange) {
         // The path is the client's text: escaped like every line meant for a terminal.
-        std::cerr << terminalText(exchange.method + " " + exchange.path + " -> " + std::to_string(exchange.status)) + "\n"
+        std::cerr << terminalText(exchange.method + " " + exchange.path + " -> " + std::to_string(exchange.status)) +
+                         "\n"
                   << std::flush;
     };
     DevelopmentServer server(std::move(serverOptions));
@@ -90,8 +91,7 @@ void addServeCommand(CLI::App& app, const ToolOptions& options, int& exitCode)
     command->add_option("--port", arguments->port, "Port to listen on, 0 for any free port")
         ->capture_default_str()
         ->check(CLI::Range(0, 65535));
-    command->add_option("--data", arguments->data,
-                        "Directory for the server's database (default: kept in memory)");
+    command->add_option("--data", arguments->data, "Directory for the server's database (default: kept in memory)");
     command->add_option("--client-id", arguments->clientId,
                         "Accepted client id (default: CLIENT_ID of the configuration)");
     command->add_option("--client-secret", arguments->clientSecret,

@@ -2,7 +2,7 @@
 
 namespace httplib {
 class Server;
-}
+} // namespace httplib
 
 namespace fexo::tool {
 

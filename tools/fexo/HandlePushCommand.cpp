@@ -47,7 +47,8 @@ void addHandlePushCommand(CLI::App& app, const ToolOptions& options, int& exitCo
         "handle-push",
         "Run the notification extension on one push: read its user-info JSON (at most 65536 bytes), fetch and "
         "store the content, print the content delivered as the last line (exit 0 rewritten, 3 original delivered)");
-    command->add_option("FILE", *input, "The push's user-info JSON object; - for standard input")->capture_default_str();
+    command->add_option("FILE", *input, "The push's user-info JSON object; - for standard input")
+        ->capture_default_str();
     addTimeLimitOption(*command, "--timeout", *timeLimit, "Seconds before the original content is delivered");
     command->callback([&options, &exitCode, input, timeLimit] {
         options.apply();

@@ -35,9 +35,9 @@ int registerDevice(const RegisterArguments& arguments)
     // Shared with the completion, which may still run after a time limit has passed.
     auto outcome = std::make_shared<std::promise<Result<RegisterDeviceModel>>>();
     auto answer = outcome->get_future();
-    FeXOService().registerDevice(arguments.token, arguments.deviceId, arguments.imeI1, arguments.imeI2,
-                                 arguments.mobileNumber, arguments.provider,
-                                 [outcome](Result<RegisterDeviceModel> result) { outcome->set_value(std::move(result)); });
+    FeXOService().registerDevice(
+        arguments.token, arguments.deviceId, arguments.imeI1, arguments.imeI2, arguments.mobileNumber,
+        arguments.provider, [outcome](Result<RegisterDeviceModel> result) { outcome->set_value(std::move(result)); });
     // A moment beyond the limit, so that the transfer's own time-out is what is reported.
     if (answer.wait_for(timeLimitDuration(arguments.timeLimitSeconds) + std::chrono::seconds(1)) !=
         std::future_status::ready) {

@@ -40,7 +40,7 @@ Listed listed(Response record)
         entry.text = entry.record.data->text.value_or("");
     } else if (form.contains("errorCode") || form.contains("errorMessage")) {
         entry.text = "error " + (form.contains("errorCode") ? form["errorCode"].dump() : std::string("-")) + ": " +
-            form.value("errorMessage", "");
+                     form.value("errorMessage", "");
     }
     return entry;
 }
@@ -88,7 +88,8 @@ int list(bool asJSON)
         return 0;
     }
     std::size_t unread = 0;
-    writeTerminalLine(std::cout, column("ID", 36) + column("CREATED", 20) + column("READ", 4) + column("SENDER", 16) + "TEXT");
+    writeTerminalLine(std::cout,
+                      column("ID", 36) + column("CREATED", 20) + column("READ", 4) + column("SENDER", 16) + "TEXT");
     for (const auto& entry : entries) {
         const Response& r = entry.record;
         const bool read = r.isRead.value_or(false);
@@ -98,8 +99,8 @@ int list(bool asJSON)
                                          column(r.data ? r.data->sender.value_or("") : "", 16) +
                                          terminalColumn(entry.text, 60));
     }
-    std::cout << entries.size() << (entries.size() == 1 ? " notification, " : " notifications, ") << unread
-              << " unread" << std::endl;
+    std::cout << entries.size() << (entries.size() == 1 ? " notification, " : " notifications, ") << unread << " unread"
+              << std::endl;
     return 0;
 }
 

@@ -47,7 +47,9 @@ int repair(const ToolOptions& options)
         return 1;
     }
     std::cout << "Saved " << outcome.saved << (outcome.saved == 1 ? " key" : " keys") << ", lost " << outcome.lost
-              << (outcome.unlistedKeysLost ? ", and the keys on the unreadable pages, whose number cannot be known" : "") << ".\n"
+              << (outcome.unlistedKeysLost ? ", and the keys on the unreadable pages, whose number cannot be known"
+                                           : "")
+              << ".\n"
               << "The damaged files are kept as " << outcome.damagedPath.string() << std::endl;
     return 0;
 }
@@ -60,8 +62,9 @@ void addStoreMaintenanceCommand(CLI::App& app, const ToolOptions& options, int& 
     store->require_subcommand(1);
     store->add_subcommand("check", "Run an integrity check of the store; exit 1 with what is wrong")
         ->callback([&options, &exitCode] { exitCode = check(options); });
-    store->add_subcommand("repair",
-                          "Copy every key that can still be read into a fresh store, keeping the damaged files aside")
+    store
+        ->add_subcommand("repair",
+                         "Copy every key that can still be read into a fresh store, keeping the damaged files aside")
         ->callback([&options, &exitCode] { exitCode = repair(options); });
 }
 

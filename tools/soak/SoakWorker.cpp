@@ -110,8 +110,7 @@ int run(const Arguments& arguments)
     // killed incarnation left (including a record whose write was never confirmed).
     std::map<std::string, Response> own;
     auto ownsRecord = [&](const Response& record) {
-        return record.id && (record.id->starts_with(me + "-") ||
-                             (record.data && record.data->sender == sender));
+        return record.id && (record.id->starts_with(me + "-") || (record.data && record.data->sender == sender));
     };
     for (const auto& record : listAll(service))
         if (ownsRecord(record)) own[*record.id] = record;
@@ -141,7 +140,8 @@ int run(const Arguments& arguments)
             }
             const auto content = fexo::tool::runExtensionRoad(
                 fexo::JSONSerialization::jsonObject(answer->body),
-                fexo::tool::originalContent(nlohmann::json::parse(answer->body, nullptr, false)), std::chrono::seconds(10));
+                fexo::tool::originalContent(nlohmann::json::parse(answer->body, nullptr, false)),
+                std::chrono::seconds(10));
             if (!content.rewritten) {
                 std::cerr << "soak-worker " << me << ": a push was not rewritten" << std::endl;
                 return 2;
@@ -252,8 +252,7 @@ int verify(const std::vector<std::string>& logs)
 
     fexo::FeXOService service;
     std::map<std::string, std::string> stored;
-    for (const auto& record : listAll(service))
-        stored[record.id.value_or("")] = encode(record);
+    for (const auto& record : listAll(service)) stored[record.id.value_or("")] = encode(record);
     long lost = 0, wrong = 0, resurrected = 0, present = 0;
     for (const auto& [id, allowed] : records) {
         const auto found = stored.find(id);
@@ -296,10 +295,14 @@ int main(int argc, char** argv)
     }
     Arguments arguments;
     for (std::size_t i = 1; i + 1 < words.size(); i += 2) {
-        if (words[i] == "--worker") arguments.worker = std::atoi(words[i + 1].c_str());
-        else if (words[i] == "--server") arguments.server = words[i + 1];
-        else if (words[i] == "--until") arguments.until = std::atof(words[i + 1].c_str());
-        else if (words[i] == "--log") arguments.log = words[i + 1];
+        if (words[i] == "--worker")
+            arguments.worker = std::atoi(words[i + 1].c_str());
+        else if (words[i] == "--server")
+            arguments.server = words[i + 1];
+        else if (words[i] == "--until")
+            arguments.until = std::atof(words[i + 1].c_str());
+        else if (words[i] == "--log")
+            arguments.log = words[i + 1];
     }
     const fexo::ServiceConfiguration& configuration = fexo::sharedConfiguration();
     arguments.clientId = configuration.clientId;
