@@ -218,8 +218,8 @@ constexpr std::size_t inlineDepth = 64;
 std::size_t nestingBound(std::string_view bytes, bool binary)
 {
     if (!binary) {
-        return static_cast<std::size_t>(
-            std::count_if(bytes.begin(), bytes.end(), [](char c) { return c == '<' || c == '[' || c == '{' || c == '('; }));
+        return static_cast<std::size_t>(std::count_if(
+            bytes.begin(), bytes.end(), [](char c) { return c == '<' || c == '[' || c == '{' || c == '('; }));
     }
     constexpr std::size_t trailerSize = 32;
     if (bytes.size() < trailerSize) return bytes.size();

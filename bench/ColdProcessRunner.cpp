@@ -201,8 +201,7 @@ int main(int argc, char** argv)
     }
     const std::string& a = commands[0].name;
     const std::string& b = commands[1].name;
-    std::printf("%d runs each, alternated (posix_spawn to wait4); runner's own peak RSS %ld KiB\n", runs,
-                ownPeakKiB);
+    std::printf("%d runs each, alternated (posix_spawn to wait4); runner's own peak RSS %ld KiB\n", runs, ownPeakKiB);
     std::printf("%-24s %12s %12s %8s\n", "median", a.c_str(), b.c_str(), "ratio");
     struct Row {
         const char* label;
@@ -229,8 +228,8 @@ int main(int argc, char** argv)
             const bool isTime = row.real != nullptr;
             appendSummary("cold " + a + " " + (isTime ? "time" : "peak RSS") + ", median of " + std::to_string(runs) +
                           " (spawn to wait4)|" + format(isTime ? "%.2f ms" : "%.0f KiB", ma) + "|" +
-                          format(isTime ? "%.2f ms" : "%.0f KiB", mb) + " (" + b + ")|" + format("%.2fx", ratio) +
-                          "|" + format("<= %.2fx", goal) + "|" + (met ? "met" : "missed"));
+                          format(isTime ? "%.2f ms" : "%.0f KiB", mb) + " (" + b + ")|" + format("%.2fx", ratio) + "|" +
+                          format("<= %.2fx", goal) + "|" + (met ? "met" : "missed"));
         }
         std::printf("\n");
     }

@@ -21,10 +21,10 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <ctime>
 #include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <future>
 #include <iostream>
@@ -228,8 +228,8 @@ void measurePushRoad(const std::optional<std::filesystem::path>& samples)
     for (double r : ratios) std::cout << ' ' << ratioText(r);
     std::cout << "\n  median of medians: project " << microseconds(project) << ", baseline " << microseconds(baseline)
               << ", " << ratioText(ratio) << " (spread " << ratioText(*low) << " to " << ratioText(*high)
-              << "; goal <= 1.30x: " << (ratio <= 1.3 ? "met" : "missed") << ")\n  p99 of " << total
-              << ": project " << microseconds(p99Project) << ", baseline " << microseconds(p99Baseline) << ", "
+              << "; goal <= 1.30x: " << (ratio <= 1.3 ? "met" : "missed") << ")\n  p99 of " << total << ": project "
+              << microseconds(p99Project) << ", baseline " << microseconds(p99Baseline) << ", "
               << ratioText(p99Project / p99Baseline) << "\n  CPU per push (all threads), median of " << total
               << ": project " << microseconds(medianOf(cpu[0])) << ", baseline " << microseconds(medianOf(cpu[1]))
               << ", " << ratioText(medianOf(cpu[0]) / medianOf(cpu[1])) << std::endl;

@@ -97,43 +97,31 @@ TEST(PropertyList, HostileNestingAndSharingEndInNothingNotInACrash)
     EXPECT_TRUE(PropertyList::parse(binaryList(shared))); // 63 nodes in 110 bytes: sharing itself is fine
 }
 
-// Run on a thread with a 64 KiB stack, as a host's worker may have: a shallow list is read
-// there, a deep one (in either form) must not be, or the recursion overruns the stack.
+// Parsed on a thread with a 64 KiB stack, as a host's worker may have: a shallow list is read
+// there, a deep one (either form) must not be, or the recursion overruns that stack.
 TEST(PropertyList, DeepListsAreReadOffASmallCallerStack)
 {
     const auto nestedXML = [](int levels) {
-        return "<plist version=\"1.0\">" + [&] {
-            std::string s;
-            for (int i = 0; i < levels; ++i) s += "<array>";
-            for (int i = 0; i < levels; ++i) s += "</array>";
-            return s;
-        }() + "</plist>";
+        std::string open, close;
+        for (int i = 0; i < levels; ++i) open += "<array>", close += "</array>";
+        return "<plist version=\"1.0\">" + open + close + "</plist>";
     };
     std::vector<std::string> binary;
     for (int i = 0; i < 500; ++i) binary.push_back("\xa1" + bigEndian(i + 1, 4));
     binary.push_back("\xa0");
-    const std::vector<std::string> inputs = {nestedXML(8), nestedXML(500), binaryList(binary)};
-    for (const auto& input : inputs) {
-        struct Task {
-            const std::string& input;
-            bool parsed = false;
-        } task{input};
+    for (std::string input : {nestedXML(8), nestedXML(500), binaryList(binary)}) {
         pthread_attr_t attributes;
         pthread_attr_init(&attributes);
         pthread_attr_setstacksize(&attributes, 64 * 1024);
         pthread_t thread;
-        ASSERT_EQ(pthread_create(
-                      &thread, &attributes,
-                      [](void* argument) -> void* {
-                          auto& task = *static_cast<Task*>(argument);
-                          task.parsed = PropertyList::parse(task.input).has_value();
-                          return nullptr;
-                      },
-                      &task),
-                  0);
-        pthread_join(thread, nullptr);
+        const auto parse = [](void* text) -> void* {
+            return PropertyList::parse(*static_cast<std::string*>(text)) ? text : nullptr;
+        };
+        void* parsed = nullptr;
+        ASSERT_EQ(pthread_create(&thread, &attributes, parse, &input), 0);
+        pthread_join(thread, &parsed);
         pthread_attr_destroy(&attributes);
-        EXPECT_TRUE(task.parsed) << input.size();
+        EXPECT_NE(parsed, nullptr) << input.size();
     }
 }
 

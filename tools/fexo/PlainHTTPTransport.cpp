@@ -30,9 +30,8 @@ void startTransportForOrigin(const std::string& baseURL)
     if (!url || url->scheme() != "http" || proxyNamed()) return;
     // Each part of OpenSSL's start runs once per process, in whichever form is asked for first:
     // libcurl's own start later finds these parts done and skips them.
-    OPENSSL_init_ssl(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_LOAD_SSL_STRINGS |
-                         OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS,
-                     nullptr);
+    OPENSSL_init_ssl(
+        OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_LOAD_SSL_STRINGS | OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS, nullptr);
 }
 
 } // namespace fexo::tool
