@@ -56,7 +56,7 @@ def percentile(values, fraction):
 
 def draw_cdf(axes, samples_by_side, unit="µs"):
     colours = {"project": "tab:blue", "baseline": "tab:orange"}
-    for side, values in samples_by_side.items():
+    for index, (side, values) in enumerate(samples_by_side.items()):
         ordered = sorted(values)
         n = len(ordered)
         colour = colours.get(side, None)
@@ -65,9 +65,9 @@ def draw_cdf(axes, samples_by_side, unit="µs"):
         p99 = percentile(ordered, 0.99)
         axes.axvline(median, color=colour, linestyle="--", linewidth=0.8)
         axes.axvline(p99, color=colour, linestyle=":", linewidth=0.8)
-        axes.annotate(f"{side} median {median:.0f} {unit}", (median, 0.5), rotation=90, fontsize=7,
+        axes.annotate(f"{side} median {median:.0f} {unit}", (median, 0.55 - 0.3 * index), rotation=90, fontsize=7,
                       xytext=(2, 0), textcoords="offset points", color=colour)
-        axes.annotate(f"{side} p99 {p99:.0f} {unit}", (p99, 0.1), rotation=90, fontsize=7,
+        axes.annotate(f"{side} p99 {p99:.0f} {unit}", (p99, 0.55 - 0.3 * index), rotation=90, fontsize=7,
                       xytext=(2, 0), textcoords="offset points", color=colour)
     axes.set_xscale("log")
     axes.set_xlabel(f"latency ({unit}, log scale)")
