@@ -138,7 +138,7 @@ TEST_F(NotificationInbox, AnOlderStoreGetsItsIndexOnceAndStillTakesAnyBytes)
     for (auto& opener : openers) EXPECT_EQ(opener->wait(std::chrono::seconds(60)), 0);
 
     const auto first = service.fetchNotifications(3).value();
-    EXPECT_EQ(ids(first.records), (std::vector<std::string>{"10099", "10199", "10299"})); // by key as text);
+    EXPECT_EQ(ids(first.records), (std::vector<std::string>{"10099", "10199", "10299"})); // by key, as text
     EXPECT_TRUE(old->setData(std::string("\xff\0not json", 10), "response_zz"));
     EXPECT_EQ(service.unreadCount(), 13334u); // its isRead is not true
 }
