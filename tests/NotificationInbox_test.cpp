@@ -73,6 +73,46 @@ TEST_F(NotificationInbox, PagesNewestFirstTiesByKeyUndatedLastAtEveryPageSize)
     EXPECT_EQ(empty.value().next, service.fetchNotifications(2).value().next); // limit 0 moves nothing
 }
 
+// Another process writes and deletes records around and between the pages' positions meanwhile.
+TEST_F(NotificationInbox, EveryRecordPresentThroughoutIsSeenOnceInOrderWhileAnotherProcessWrites)
+{
+    std::vector<std::string> expected;
+    auto records = sandbox.store();
+    records->performExclusively([&] {
+        for (int i = 0; i < 10000; ++i) {
+            const std::string id = "k" + std::to_string(10000 + i);
+            records->setData(R"({"id":")" + id + R"(","createdAt":)" + std::to_string(i / 7) + "}", "response_" + id);
+        }
+    });
+    for (int date = 9999 / 7; date >= 0; --date) { // seven to a date, by key within it
+        for (int i = date * 7; i < std::min(10000, date * 7 + 7); ++i) expected.push_back("k" + std::to_string(10000 + i));
+    }
+    fexo::test::StartGate start;
+    fexo::test::StartGate churning;
+    fexo::test::ForkedProcess churn([&] {
+        start.pass();
+        FeXOService other;
+        other.write(Response(fexo::Date(0), {}, {}, {}, "k1x"));
+        churning.open();
+        for (int round = 0; round < 10000000; ++round) { // dates and keys among the stable ones; killed at the end
+            const Response added(fexo::Date(round % 1500), {}, {}, {}, "k1" + std::to_string(round % 3000) + "x");
+            other.write(added);
+            if (round % 2 == 1) other.deleteNotification("k1" + std::to_string((round - 1) % 3000) + "x");
+        }
+        return 0;
+    });
+    start.open();
+    churning.pass();
+    std::vector<std::string> seen;
+    std::size_t churned = 0;
+    for (const auto& id : pageThrough(97)) {
+        if (id.back() != 'x') seen.push_back(id);
+        churned += id.back() == 'x';
+    }
+    EXPECT_EQ(seen, expected);
+    EXPECT_GT(churned, 0u);
+}
+
 TEST_F(NotificationInbox, RefusesACursorItDidNotMake)
 {
     for (const char* id : {"a", "b", "c"}) store(id, std::string(R"({"createdAt":1,"id":")") + id + "\"}");
