@@ -16,7 +16,9 @@ const StoreRecordIndex& NotificationInbox::recordIndex()
     return index;
 }
 
-NotificationInbox::NotificationInbox(std::shared_ptr<DataStorage> storage) : storage_(std::move(storage)) { }
+NotificationInbox::NotificationInbox(std::shared_ptr<DataStorage> storage) : storage_(std::move(storage))
+{
+}
 
 Result<NotificationPage> NotificationInbox::page(std::size_t limit, std::string_view after)
 {
@@ -24,8 +26,8 @@ Result<NotificationPage> NotificationInbox::page(std::size_t limit, std::string_
     if (!after.empty()) {
         position = NotificationCursor::decode(after);
         if (!position) {
-            return Result<NotificationPage>::failure(DecodingError::dataCorrupted(
-                "The page cursor is not one that fetchNotifications returned."));
+            return Result<NotificationPage>::failure(
+                DecodingError::dataCorrupted("The page cursor is not one that fetchNotifications returned."));
         }
     }
     NotificationPage page;

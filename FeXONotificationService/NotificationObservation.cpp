@@ -8,7 +8,9 @@ namespace fexo {
 
 NotificationObservation::NotificationObservation() = default;
 
-NotificationObservation::NotificationObservation(std::uint64_t token) : token_(token) { }
+NotificationObservation::NotificationObservation(std::uint64_t token) : token_(token)
+{
+}
 
 NotificationObservation::~NotificationObservation()
 {

@@ -23,7 +23,9 @@ std::unique_ptr<FileChangeWatcher> FileChangeWatcher::make()
     return std::make_unique<InotifyFileChangeWatcher>(inotify, wakeup);
 }
 
-InotifyFileChangeWatcher::InotifyFileChangeWatcher(int inotify, int wakeup) : inotify_(inotify), wakeup_(wakeup) { }
+InotifyFileChangeWatcher::InotifyFileChangeWatcher(int inotify, int wakeup) : inotify_(inotify), wakeup_(wakeup)
+{
+}
 
 InotifyFileChangeWatcher::~InotifyFileChangeWatcher()
 {

@@ -35,6 +35,8 @@ std::string member(std::string_view name)
     return "(CASE WHEN json_valid(value) THEN json_extract(value, " + literal("$." + std::string(name)) + ") END)";
 }
 
+const std::string pagingCache = "PRAGMA cache_size = -2000";
+
 std::string_view columnBytes(sqlite3_stmt* statement, int column)
 {
     const void* blob = sqlite3_column_blob(statement, column);
@@ -83,17 +85,19 @@ StoreRecordIndex::StoreRecordIndex(std::string_view name, std::string_view keyPr
     createFlagIndex_ =
         "CREATE INDEX IF NOT EXISTS " + flagIndex_ + " ON defaults (key) WHERE " + records + " AND " + unflagged;
 
-    const std::string rows = "SELECT key, value, " + order + " FROM defaults INDEXED BY " + orderIndex_ + " WHERE " +
-                             records;
+    const std::string rows =
+        "SELECT key, value, " + order + " FROM defaults INDEXED BY " + orderIndex_ + " WHERE " + records;
     queries_.firstPage = rows + " ORDER BY " + order + " DESC, key LIMIT ?1";
     queries_.sameOrderAfter = rows + " AND " + order + " = ?2 AND key > ?3 ORDER BY key LIMIT ?1";
     queries_.orderBelow = rows + " AND " + order + " < ?2 ORDER BY " + order + " DESC, key LIMIT ?1";
     queries_.unorderedAfter = rows + " AND " + order + " IS NULL AND key > ?3 ORDER BY key LIMIT ?1";
     queries_.total = "SELECT count(*) FROM defaults INDEXED BY " + orderIndex_ + " WHERE " + records;
-    const std::string unflaggedWhere = " FROM defaults INDEXED BY " + flagIndex_ + " WHERE " + records + " AND " +
-                                       unflagged;
+    const std::string unflaggedWhere =
+        " FROM defaults INDEXED BY " + flagIndex_ + " WHERE " + records + " AND " + unflagged;
     queries_.unflagged = "SELECT count(*)" + unflaggedWhere;
     queries_.unflaggedRows = "SELECT key, value" + unflaggedWhere + " ORDER BY key";
+    // One statement, so one snapshot without a transaction around it.
+    queries_.counts = "SELECT (" + queries_.total + "), (" + queries_.unflagged + ")";
 }
 
 bool StoreRecordIndex::ensure(UserDefaults& store) const
@@ -113,7 +117,13 @@ std::vector<StoreRecordIndex::Row> StoreRecordIndex::page(UserDefaults& store, s
     if (limit == 0) return rows;
     std::lock_guard lock(store.mutex_);
     StoreConnection& connection = *store.connection_;
-    Snapshot snapshot(connection.database());
+    // The suite's connection keeps a small page cache for short-lived writers; a process that
+    // pages (an app showing its inbox) reads a page's rows from all over the table and keeps
+    // SQLite's default cache instead, or every page reads most of them from the file again.
+    connection.use(pagingCache).run();
+    // A first page is one statement; the later ones, several.
+    std::optional<Snapshot> snapshot;
+    if (after) snapshot.emplace(connection.database());
 
     // Keyset steps, each one range of the index: the rest of the position's own order value, then
     // the lower values, then the records without one.
@@ -128,7 +138,8 @@ std::vector<StoreRecordIndex::Row> StoreRecordIndex::page(UserDefaults& store, s
             row.position.key = std::string(columnBytes(statement.get(), 0));
             row.bytes = std::string(columnBytes(statement.get(), 1));
             const int type = sqlite3_column_type(statement.get(), 2);
-            if (type == SQLITE_INTEGER || type == SQLITE_FLOAT) row.position.order = sqlite3_column_double(statement.get(), 2);
+            if (type == SQLITE_INTEGER || type == SQLITE_FLOAT)
+                row.position.order = sqlite3_column_double(statement.get(), 2);
             rows.push_back(std::move(row));
         }
     };
@@ -147,11 +158,12 @@ std::vector<StoreRecordIndex::Row> StoreRecordIndex::page(UserDefaults& store, s
 StoreRecordIndex::Counts StoreRecordIndex::counts(UserDefaults& store) const
 {
     std::lock_guard lock(store.mutex_);
-    StoreConnection& connection = *store.connection_;
-    Snapshot snapshot(connection.database());
+    auto statement = store.connection_->read(queries_.counts);
     Counts counts;
-    counts.total = countOf(connection, queries_.total);
-    counts.unflagged = countOf(connection, queries_.unflagged);
+    if (statement.nextRow()) {
+        counts.total = static_cast<std::uint64_t>(sqlite3_column_int64(statement.get(), 0));
+        counts.unflagged = static_cast<std::uint64_t>(sqlite3_column_int64(statement.get(), 1));
+    }
     return counts;
 }
 

@@ -49,6 +49,7 @@ public:
         std::string total;
         std::string unflagged;
         std::string unflaggedRows;
+        std::string counts; // total, unflagged
     };
 
     // `name` prefixes the two index names; `keyPrefix` must be non-empty and have a byte below

@@ -85,7 +85,8 @@ TEST_F(NotificationInbox, EveryRecordPresentThroughoutIsSeenOnceInOrderWhileAnot
         }
     });
     for (int date = 9999 / 7; date >= 0; --date) { // seven to a date, by key within it
-        for (int i = date * 7; i < std::min(10000, date * 7 + 7); ++i) expected.push_back("k" + std::to_string(10000 + i));
+        for (int i = date * 7; i < std::min(10000, date * 7 + 7); ++i)
+            expected.push_back("k" + std::to_string(10000 + i));
     }
     fexo::test::StartGate start;
     fexo::test::StartGate churning;
@@ -119,8 +120,8 @@ TEST_F(NotificationInbox, RefusesACursorItDidNotMake)
     const std::string next = service.fetchNotifications(1).value().next;
     std::string edited = next;
     edited[5] = edited[5] == '0' ? '1' : '0';
-    for (const std::string& cursor : {std::string("x"), next.substr(0, next.size() - 1), edited, next + "0",
-                                      std::string("c1.n..00000000")}) {
+    for (const std::string& cursor :
+         {std::string("x"), next.substr(0, next.size() - 1), edited, next + "0", std::string("c1.n..00000000")}) {
         const auto page = service.fetchNotifications(1, cursor);
         ASSERT_THAT(page, fexo::test::IsFailureOfKind<fexo::DecodingError>()) << cursor;
         EXPECT_EQ(page.error().as<fexo::DecodingError>()->kind(), fexo::DecodingError::Kind::dataCorrupted);
@@ -147,7 +148,7 @@ TEST_F(NotificationInbox, EveryQueryReadsItsIndexWithoutASort)
     EXPECT_EQ(service.unreadCount(), 0u); // the first open made the index
     const auto& queries = fexo::NotificationInbox::recordIndex().queries();
     for (const auto* sql : {&queries.firstPage, &queries.sameOrderAfter, &queries.orderBelow, &queries.unorderedAfter,
-                            &queries.total, &queries.unflagged, &queries.unflaggedRows}) {
+                            &queries.total, &queries.unflagged, &queries.unflaggedRows, &queries.counts}) {
         const auto plan = fexo::StoreRecordIndex::queryPlan(*sandbox.store(), *sql);
         EXPECT_NE(plan.find("INDEX fexo_records_"), std::string::npos) << plan;
         EXPECT_EQ(plan.find("TEMP B-TREE"), std::string::npos) << plan;
