@@ -80,8 +80,11 @@ StoreRecordIndex::StoreRecordIndex(std::string_view name, std::string_view keyPr
                                 " AND kind = " + std::to_string(static_cast<std::int64_t>(StoredKind::data));
     const std::string order = member(orderMember);
     const std::string unflagged = member(flagMember) + " IS NOT 1";
+    // The kind rides in the order index so that counting the records reads the index alone. The
+    // flag index cannot be read alone on this SQLite (a term over the value fetches each row), so
+    // it holds only the unflagged records: counting them costs what there are of them.
     createOrderIndex_ =
-        "CREATE INDEX IF NOT EXISTS " + orderIndex_ + " ON defaults (" + order + " DESC, key) WHERE " + records;
+        "CREATE INDEX IF NOT EXISTS " + orderIndex_ + " ON defaults (" + order + " DESC, key, kind) WHERE " + records;
     createFlagIndex_ =
         "CREATE INDEX IF NOT EXISTS " + flagIndex_ + " ON defaults (key) WHERE " + records + " AND " + unflagged;
 

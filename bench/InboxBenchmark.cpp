@@ -73,8 +73,8 @@ struct Store {
         check(sqlite3_open_v2(defaults.databasePath().c_str(), &bare, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK,
               "open");
         const auto& queries = NotificationInbox::recordIndex().queries();
-        check(sqlite3_prepare_v3(bare, queries.firstPage.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &firstPage,
-                                 nullptr) == SQLITE_OK,
+        check(sqlite3_prepare_v3(bare, queries.firstPage.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &firstPage, nullptr) ==
+                  SQLITE_OK,
               "prepare page");
         check(sqlite3_prepare_v3(bare, queries.unflagged.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &unread, nullptr) ==
                   SQLITE_OK,
@@ -162,7 +162,10 @@ struct Pipe {
     Pipe() { check(::pipe(fds) == 0, "pipe"); }
     ~Pipe() { ::close(fds[0]), ::close(fds[1]); }
     template <class T>
-    void put(const T& value) { check(::write(fds[1], &value, sizeof value) == sizeof value, "pipe write"); }
+    void put(const T& value)
+    {
+        check(::write(fds[1], &value, sizeof value) == sizeof value, "pipe write");
+    }
     template <class T>
     T take()
     {
@@ -293,15 +296,16 @@ std::uint64_t otherThreadsSwitches()
     return total;
 }
 
-void report(const std::string& title, const std::string& project, const std::string& baseline,
-            const std::string& ratio, double value, double goal)
+void report(const std::string& title, const std::string& project, const std::string& baseline, const std::string& ratio,
+            double value, double goal)
 {
     const bool met = goal == 0 || value <= goal;
     std::printf("%-70s %14s %14s %10s%s\n", title.c_str(), project.c_str(), baseline.c_str(), ratio.c_str(),
                 goal == 0 ? "" : (met ? "  met" : "  NOT MET"));
     char goalText[32] = "";
     if (goal != 0) std::snprintf(goalText, sizeof goalText, "<= %.1fx", goal);
-    appendSummary(title, project, baseline, ratio, goal == 0 ? "report" : goalText, goal == 0 ? "-" : (met ? "met" : "missed"));
+    appendSummary(title, project, baseline, ratio, goal == 0 ? "report" : goalText,
+                  goal == 0 ? "-" : (met ? "met" : "missed"));
 }
 
 std::string microseconds(double value)
@@ -325,8 +329,8 @@ void measureWakes(const std::filesystem::path& directory)
     report("write in one process to callback in another, p99 of 1000", microseconds(project.p99),
            microseconds(bare.p99), ratio, 0, 0);
     std::snprintf(ratio, sizeof ratio, "%.2fx", bareObserver.median / std::max(bare.median, 0.001));
-    report("the same to the observer thread's call, before the counts are read, median", microseconds(bareObserver.median),
-           microseconds(bare.median), ratio, 0, 0);
+    report("the same to the observer thread's call, before the counts are read, median",
+           microseconds(bareObserver.median), microseconds(bare.median), ratio, 0, 0);
 }
 
 void measureIdle()
