@@ -1,5 +1,6 @@
 #include <FeXOPlatform/StoreRecordIndex.hpp>
 
+#include <FeXOPlatform/FatalError.hpp>
 #include <FeXOPlatform/StoreConnection.hpp>
 #include <FeXOPlatform/StoredValueEncoding.hpp>
 #include <FeXOPlatform/UserDefaults.hpp>
@@ -109,8 +110,17 @@ bool StoreRecordIndex::ensure(UserDefaults& store) const
     sqlite3* database = store.connection_->database();
     // IF NOT EXISTS is decided under the write lock: a second process that waited for the first
     // finds the index made and does nothing.
-    return sqlite3_exec(database, createOrderIndex_.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK &&
-           sqlite3_exec(database, createFlagIndex_.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+    for (const auto* sql : {&createOrderIndex_, &createFlagIndex_}) {
+        const int result = sqlite3_exec(database, sql->c_str(), nullptr, nullptr, nullptr) & 0xFF;
+        if (result == SQLITE_OK) continue;
+        // A store that cannot be read is not one without an index: say so, as every read does.
+        if (result == SQLITE_CORRUPT || result == SQLITE_NOTADB || result == SQLITE_IOERR) {
+            fatalError("The app group store \"" + store.databasePath().string() +
+                       "\" could not be read: " + sqlite3_errmsg(database));
+        }
+        return false;
+    }
+    return true;
 }
 
 std::vector<StoreRecordIndex::Row> StoreRecordIndex::page(UserDefaults& store, std::size_t limit,

@@ -58,7 +58,8 @@ public:
                      std::string_view flagMember);
 
     // Creates the indexes where missing, each in one statement, so that processes opening the
-    // same old store at once build them once. False when the store refused.
+    // same old store at once build them once. False when the store refused the write (read-only,
+    // full, locked); a store that cannot be read ends the process as reads do.
     bool ensure(UserDefaults& store) const;
 
     // Up to `limit` records strictly after `after` (from the start when nothing), in order, read
