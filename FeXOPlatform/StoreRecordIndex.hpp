@@ -75,6 +75,8 @@ public:
 
     const Queries& queries() const { return queries_; }
     const std::string& orderIndexName() const { return orderIndex_; }
+    // The statements that make both indexes, for a table of the store's layout made elsewhere.
+    std::string creationStatements() const { return createOrderIndex_ + "; " + createFlagIndex_; }
     const std::string& flagIndexName() const { return flagIndex_; }
     // SQLite's plan for `sql` (the details of EXPLAIN QUERY PLAN, one per line).
     static std::string queryPlan(UserDefaults& store, const std::string& sql);

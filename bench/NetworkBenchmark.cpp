@@ -12,6 +12,7 @@
 
 #include <FeXONotificationService/FeXONotificationExtensionHandler.hpp>
 #include <FeXONotificationService/FeXOService.hpp>
+#include <FeXONotificationService/NotificationInbox.hpp>
 #include <FeXOPlatform/JSONSerialization.hpp>
 #include <FeXOPlatform/URLSession.hpp>
 #include <FeXOPlatform/URLSessionConfiguration.hpp>
