@@ -62,15 +62,6 @@ TEST_F(PushNotificationProviderTest, RegistrationPostsTheDeviceAndDecodesTheAnsw
     EXPECT_EQ(fexo::JSONDecoder::parse(received.body).at("deviceId"), "device-1");
 }
 
-TEST_F(PushNotificationProviderTest, TransportErrorIsPassedOnUnchanged)
-{
-    const std::string base = "http://127.0.0.1:" + std::to_string(fexo::test::unusedLoopbackPort());
-    fexo::test::installConfiguration(directory.path(), base);
-    auto result = registerDevice();
-    ASSERT_THAT(result, IsFailureWith(fexo::URLError::cannotConnectToHost));
-    EXPECT_EQ(result.error().as<fexo::URLError>()->failingURL(), base + "/api/Registration/RegisterNewDevice");
-}
-
 // A transport that answers at once with whatever the test gives it.
 class ScriptedNetwork : public fexo::Networking {
 public:

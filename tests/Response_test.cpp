@@ -108,7 +108,8 @@ TEST(ResponseDates, AreSecondsSinceTwoThousandOneAsOneNumberAndSurviveExactly)
                       ->timeIntervalSinceReferenceDate(),
                   seconds);
     }
-    EXPECT_THROW((void)fexo::JSONEncoder{}.encode(Response(fexo::Date(std::nan("")))), fexo::EncodingError);
+    for (double nonFinite : {std::nan(""), HUGE_VAL})
+        EXPECT_THROW((void)fexo::JSONEncoder{}.encode(Response(fexo::Date(nonFinite))), fexo::EncodingError);
     EXPECT_THROW((void)fexo::JSONEncoder{}.encode(Response({}, fexo::NotificationData("\xc0\xaf"))),
                  fexo::EncodingError);
 }
