@@ -25,15 +25,8 @@ namespace {
 const std::filesystem::path fexoTool = FEXO_TOOL_PATH;
 const std::filesystem::path agentProgram = fexoTool.parent_path() / "fexo-agent";
 const std::string misbehave = std::string(FEXO_TEST_SOURCE_DIR) + "/tests/agent/misbehave";
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define FEXO_AGENT_TEST_SANITIZED
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define FEXO_AGENT_TEST_SANITIZED
-#endif
-#endif
-#ifdef FEXO_AGENT_TEST_SANITIZED
-const std::string extensionMemory = "1024"; // the instrumented fexo handle-push needs far more
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) // GCC's names: the suite is built with GCC
+const std::string extensionMemory = "1024";                       // the instrumented fexo handle-push needs far more
 #else
 const std::string extensionMemory = "24";
 #endif
@@ -171,33 +164,6 @@ TEST(Agent, ShowsTheOriginalOnceWhenTheExtensionMisbehaves)
     }
 }
 
-TEST(Agent, DeliversEveryOneOfManyPushesOnce)
-{
-    ToolSandbox sandbox(fexoTool);
-    sandbox.serve();
-    std::vector<std::string> pushes, texts;
-    for (int i = 0; i < 100; ++i) {
-        texts.push_back("text " + std::to_string(i));
-        pushes.push_back(sandbox.queueNotification("dev-1", texts.back(), "Ann").dump());
-    }
-    AgentBus bus("--memory-limit " + extensionMemory);
-    std::set<std::string> ids;
-    for (const auto& push : pushes) ids.insert(bus.push(push));
-    const auto delivered = bus.delivered(100);
-    std::vector<std::string> bodies, shownBodies;
-    for (const auto& id : ids) {
-        EXPECT_EQ(delivered.count(id), 1u);
-        if (const auto found = delivered.find(id); found != delivered.end()) bodies.push_back(found->second.body);
-    }
-    for (const auto& [title, body] : bus.notifications()) shownBodies.push_back(body);
-    std::sort(texts.begin(), texts.end());
-    std::sort(bodies.begin(), bodies.end());
-    std::sort(shownBodies.begin(), shownBodies.end());
-    EXPECT_EQ(ids.size(), 100u);
-    EXPECT_EQ(bodies, texts); // each server notification handed out once, none lost
-    EXPECT_EQ(shownBodies, texts);
-}
-
 TEST(Agent, RefusesWhatItCannotTakeWithItsErrorAndDeliversWhatItTook)
 {
     AgentBus bus("--extension '" + misbehave + " hang' --time-limit 0.3 --concurrency 1 --queue 2");
@@ -235,18 +201,4 @@ TEST(Agent, RunsTheHostAppCommandOnTheDefaultActionOfItsOwnNotificationOnly)
     bus.invokeAction(1);  // the mock daemon numbers notifications from 1
     const auto opened = ChildProcess::run("/bin/cat", {fifo.string()});
     EXPECT_EQ(opened.standardOutput, id + "\n");
-}
-
-TEST(Agent, SaysSoInOneLineWithoutASessionBus)
-{
-    for (const auto& [program, arguments, prefix] :
-         std::vector<std::tuple<std::filesystem::path, std::vector<std::string>, std::string>>{
-             {agentProgram, {"run"}, "fexo-agent"}, {fexoTool, {"agent", "push", "-"}, "fexo"}}) {
-        std::vector<std::string> withoutBus{"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent",
-                                            "XDG_RUNTIME_DIR=/nonexistent", program.string()};
-        withoutBus.insert(withoutBus.end(), arguments.begin(), arguments.end());
-        const auto result = ChildProcess::run("/usr/bin/env", withoutBus, "{}");
-        EXPECT_EQ(result.exitCode, 1);
-        EXPECT_THAT(result.standardError, testing::MatchesRegex(prefix + ": no session bus: [^\n]*\n"));
-    }
 }

@@ -21,7 +21,7 @@ protected:
     void SetUp() override
     {
         ::setenv("FEXO_APP_GROUPS_DIR", (directory.path() / "groups").c_str(), 1);
-        fexo::test::installConfiguration(directory.path(), fexo::test::ConfigurationValues{});
+        fexo::test::installConfiguration(directory.path());
     }
     void TearDown() override { ::unsetenv("FEXO_APP_GROUPS_DIR"); }
 

@@ -3,8 +3,6 @@
 #include <support/Configuration.hpp>
 #include <support/TemporaryDirectory.hpp>
 
-#include <FeXOPlatform/JSONDecoder.hpp>
-
 #include <gtest/gtest.h>
 
 namespace {
@@ -45,36 +43,21 @@ TEST_F(EndpointTest, BothEndpointsArePostsWithTheThreeHeadersDifferingOnlyInPath
     }
     EXPECT_EQ(content.httpBody(), info.payload());
     EXPECT_EQ(registration.httpBody(), device().payload());
-    EXPECT_EQ(fexo::JSONDecoder::parse(content.httpBody().value_or("")),
-              (nlohmann::json{{"recipientId", "recipient-7"}, {"registrationId", "registration-9"}}));
+    fexo::DeviceInfo broken = device();
+    broken.deviceId = "\xc3("; // not UTF-8: still a POST, without a body
+    testing::internal::CaptureStdout();
+    const URLRequest bodiless = Endpoint::registerNewDevice(broken).urlRequest();
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(bodiless.httpMethod() + (bodiless.httpBody() ? " with a body" : ""), "POST");
 }
 
 TEST_F(EndpointTest, BaseURLIsConcatenatedWithThePathAsItStands)
 {
-    const struct {
-        const char* base;
-        const char* expected;
-    } cases[] = {
-        {"https://api.example.com/", "https://api.example.com//api/Registration/RegisterNewDevice"},
-        {"https://api.example.com/v2", "https://api.example.com/v2/api/Registration/RegisterNewDevice"},
-        {"http://127.0.0.1:8080", "http://127.0.0.1:8080/api/Registration/RegisterNewDevice"},
-    };
-    for (const auto& c : cases) {
-        configure(c.base);
-        EXPECT_EQ(Endpoint::registerNewDevice(device()).urlRequest().url().absoluteString(), c.expected) << c.base;
+    for (const std::string base : {"https://api.example.com/", "https://api.example.com/v2", "http://127.0.0.1:8080"}) {
+        configure(base);
+        EXPECT_EQ(Endpoint::registerNewDevice(device()).urlRequest().url().absoluteString(),
+                  base + "/api/Registration/RegisterNewDevice");
     }
-}
-
-TEST_F(EndpointTest, PayloadThatCannotBeEncodedGivesARequestWithoutBody)
-{
-    configure("https://api.example.com");
-    fexo::DeviceInfo broken = device();
-    broken.deviceId = "\xc3("; // not UTF-8
-    testing::internal::CaptureStdout();
-    const URLRequest request = Endpoint::registerNewDevice(broken).urlRequest();
-    testing::internal::GetCapturedStdout();
-    EXPECT_FALSE(request.httpBody().has_value());
-    EXPECT_EQ(request.httpMethod(), "POST");
 }
 
 using EndpointDeathTest = EndpointTest;

@@ -28,6 +28,7 @@
 
 #include <array>
 #include <map>
+#include <memory>
 #include <random>
 #include <semaphore>
 #include <set>
@@ -40,33 +41,38 @@ using fexo::URLError;
 constexpr auto patience = 30s;
 constexpr double totalDeadline = 10.0; // the shared session's resource timeout in this run: slow builds need the room
 
+// Each fault with its weight in the run and the outcome it must produce: a URLError code, a
+// decoding failure (0), or success with exactly the answered record (1); exceptions in expectedOutcome().
 #define FAULTS(X)                                                                                                      \
-    X(refused, 3)        /* nothing listens on the port */                                                             \
-    X(closedAtAccept, 3) /* the connection is closed before anything is read */                                        \
-    X(resetMidBody, 5)   /* headers and half the body, then a TCP reset */                                             \
-    X(stalled, 1)        /* silence after the request (or after the headers) */                                        \
-    X(truncated, 5)      /* the body ends before its Content-Length, or inside a chunk */                              \
-    X(dripped, 3)        /* a valid record, one byte per write */                                                      \
-    X(endlessDrip, 1)    /* a byte every 100 ms, forever: only the total deadline ends it */                           \
-    X(endlessBody, 2)    /* chunked, or HTTP/1.0 without a length, forever */                                          \
-    X(gzipBomb, 2)       /* a few KiB of gzip that inflate to 2 MiB */                                                 \
-    X(garbageBody, 3)    /* 200 with exactly 1 MiB of random bytes as the body */                                      \
-    X(garbageAnswer, 3)  /* 1 MiB of random bytes in place of an HTTP answer */                                        \
-    X(redirectSame, 4)   /* 30x within the origin (relative, absolute, "//"), or round in circles */                   \
-    X(redirectOther, 4)  /* 30x to another origin, its own body the record */                                          \
-    X(validStatus, 30)   /* any status with a valid record as the body */                                              \
-    X(invalidStatus, 27) /* any status with a body that is not a record */
-#define NAME(fault, weight) fault,
+    X(refused, 3, URLError::cannotConnectToHost)          /* nothing listens on the port */                            \
+    X(closedAtAccept, 3, URLError::networkConnectionLost) /* closed before anything is read */                         \
+    X(resetMidBody, 5, URLError::networkConnectionLost)   /* headers and half the body, then a TCP reset */            \
+    X(stalled, 1, URLError::timedOut)                     /* silence after the request (or after the headers) */       \
+    X(truncated, 5, URLError::networkConnectionLost)      /* the body ends before its length, or inside a chunk */     \
+    X(dripped, 3, 1)                                      /* a valid record, one byte per write */                     \
+    X(endlessDrip, 1, URLError::timedOut)                 /* a byte every 100 ms: only the total deadline ends it */   \
+    X(endlessBody, 2, URLError::dataLengthExceedsMaximum) /* chunked, or HTTP/1.0 without a length, forever */         \
+    X(gzipBomb, 2, URLError::dataLengthExceedsMaximum)    /* a few KiB of gzip that inflate to 2 MiB */                \
+    X(garbageBody, 3, 0)                                  /* 200 with exactly 1 MiB of random bytes as the body */     \
+    X(garbageAnswer, 3, URLError::badServerResponse)      /* 1 MiB of random bytes in place of an HTTP answer */       \
+    X(redirectSame, 4, 1)   /* 30x within the origin (relative, absolute, "//"), or round in circles */                \
+    X(redirectOther, 4, 1)  /* 30x to another origin, its own body the record */                                       \
+    X(validStatus, 30, 1)   /* any status with a valid record as the body */                                           \
+    X(invalidStatus, 27, 0) /* any status with a body that is not a record */
+#define NAME(fault, weight, outcome) fault,
 enum class Fault {
     FAULTS(NAME)
 };
 #undef NAME
-#define TEXT(fault, weight) #fault,
+#define TEXT(fault, weight, outcome) #fault,
 constexpr std::array names{FAULTS(TEXT)};
 #undef TEXT
-#define WEIGHT(fault, weight) weight,
+#define WEIGHT(fault, weight, outcome) weight,
 constexpr std::array weights{FAULTS(WEIGHT)};
 #undef WEIGHT
+#define OUTCOME(fault, weight, outcome) static_cast<int>(outcome),
+constexpr std::array outcomes{FAULTS(OUTCOME)};
+#undef OUTCOME
 
 // What one request is answered with, decided before it is sent.
 struct Plan {
@@ -121,11 +127,7 @@ std::string answer(int status, const std::string& body, bool withBody = true)
 // destruction.
 class FaultServer {
 public:
-    enum Port {
-        main,
-        slow,
-        closing
-    };
+    static constexpr int main = 0, slow = 1, closing = 2; // the ports
 
     explicit FaultServer(const std::vector<Plan>& plans) : plans_(plans)
     {
@@ -143,7 +145,7 @@ public:
         ::close(stopPipe_[0]);
     }
 
-    std::string url(Port port) const
+    std::string url(int port) const
     {
         sockaddr_in address{};
         socklen_t length = sizeof address;
@@ -171,10 +173,8 @@ private:
             for (int port : {main, slow, closing}) {
                 if (!fds[port].revents) continue;
                 const int fd = ::accept4(listeners_[port], nullptr, nullptr, SOCK_CLOEXEC);
-                if (fd < 0 || port == closing) {
-                    if (fd >= 0) ::close(fd);
-                    continue;
-                }
+                if (fd >= 0 && port == closing) ::close(fd);
+                if (fd < 0 || port == closing) continue;
                 const int one = 1;
                 ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
                 workers_.emplace_back([this, fd] {
@@ -299,28 +299,23 @@ private:
 };
 
 // One request of the run, sent by URL so that a plan can point anywhere, with its own timeout.
-class FaultRequest : public fexo::RequestProviding {
-public:
-    FaultRequest(std::string url, double timeout, bool compressed)
-        : url_(std::move(url)), timeout_(timeout), compressed_(compressed)
-    {
-    }
+struct FaultRequest : fexo::RequestProviding {
+    FaultRequest(std::string url, double timeout, bool gzip) : url(std::move(url)), timeout(timeout), gzip(gzip) { }
 
     fexo::URLRequest urlRequest() const override
     {
-        fexo::URLRequest request(*fexo::URL::fromString(url_), fexo::URLRequest::CachePolicy::useProtocolCachePolicy,
-                                 timeout_);
+        fexo::URLRequest request(*fexo::URL::fromString(url), fexo::URLRequest::CachePolicy::useProtocolCachePolicy,
+                                 timeout);
         request.setHTTPMethod("POST");
         request.setAllHTTPHeaderFields({{"Content-Type", "application/json"}, {"client_secret", "secret"}});
-        request.setValue(compressed_ ? "gzip" : "identity", "Accept-Encoding");
+        request.setValue(gzip ? "gzip" : "identity", "Accept-Encoding");
         request.setHTTPBody("{}");
         return request;
     }
 
-private:
-    std::string url_;
-    double timeout_;
-    bool compressed_;
+    std::string url;
+    double timeout;
+    bool gzip;
 };
 
 struct ContentFetcher : fexo::NotificationContentProvider {
@@ -367,37 +362,11 @@ std::vector<Plan> makePlans(std::size_t count, unsigned seed)
     return plans;
 }
 
-// The outcome a plan must produce: a URLError code, a decoding failure (0), or success (1).
-constexpr int decodingFailure = 0;
-constexpr int success = 1;
-
 int expectedOutcome(const Plan& plan)
 {
-    switch (plan.fault) {
-    case Fault::refused:
-        return URLError::cannotConnectToHost;
-    case Fault::closedAtAccept:
-    case Fault::resetMidBody:
-    case Fault::truncated:
-        return URLError::networkConnectionLost;
-    case Fault::stalled:
-    case Fault::endlessDrip:
-        return URLError::timedOut;
-    case Fault::endlessBody:
-    case Fault::gzipBomb:
-        return URLError::dataLengthExceedsMaximum;
-    case Fault::garbageAnswer:
-        return URLError::badServerResponse;
-    case Fault::redirectSame:
-        return plan.variant ? URLError::httpTooManyRedirects : success;
-    case Fault::garbageBody:
-    case Fault::invalidStatus:
-        return decodingFailure;
-    case Fault::validStatus:
-        return plan.status == 204 || plan.status == 304 ? decodingFailure : success;
-    default:
-        return success;
-    }
+    if (plan.fault == Fault::redirectSame && plan.variant) return URLError::httpTooManyRedirects;
+    if (plan.fault == Fault::validStatus && (plan.status == 204 || plan.status == 304)) return 0;
+    return outcomes[static_cast<std::size_t>(plan.fault)];
 }
 
 std::string outcomeOf(const fexo::Result<fexo::Response>& result, const fexo::Response& record)
@@ -427,30 +396,33 @@ TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates
     fexo::test::TemporaryDirectory directory;
     fexo::test::installConfiguration(directory.path(), server.url(FaultServer::main));
 
-    std::vector<std::atomic<int>> calls(count);
-    std::mutex mutex;
-    std::map<std::string, int> outcomes;
-    std::set<std::thread::id> threads;
-    std::atomic<bool> running{false}, overlapped{false};
-    std::vector<std::string> mismatches;
-    std::counting_semaphore<16> window(16);
+    // Completions may outlive this scope when the test fails early: they hold only this.
+    struct Tally {
+        std::vector<std::atomic<int>> calls = std::vector<std::atomic<int>>(count);
+        std::mutex mutex;
+        std::set<std::thread::id> threads;
+        std::atomic<bool> running{false}, overlapped{false};
+        std::vector<std::string> mismatches;
+        std::counting_semaphore<16> window{16};
+    };
+    const auto tally = std::make_shared<Tally>();
     fexo::NetworkingService network;
     ContentFetcher provider;
     for (std::size_t i = 0; i < count; ++i) {
-        ASSERT_TRUE(window.try_acquire_for(patience)) << "no completion for " << patience.count() << " s";
+        ASSERT_TRUE(tally->window.try_acquire_for(patience)) << "no completion for " << patience.count() << " s";
         const Plan& plan = plans[i];
-        auto completion = [&, i](fexo::Result<fexo::Response> result) {
-            if (running.exchange(true)) overlapped = true;
-            const std::string got = outcomeOf(result, plans[i].record);
-            std::lock_guard lock(mutex);
-            threads.insert(std::this_thread::get_id());
-            if (++calls[i] == 1) ++outcomes[std::string(names[static_cast<std::size_t>(plans[i].fault)]) + " " + got];
-            if (got != std::to_string(expectedOutcome(plans[i])))
-                mismatches.push_back("request " + std::to_string(i) + " (" +
-                                     names[static_cast<std::size_t>(plans[i].fault)] + ", status " +
-                                     std::to_string(plans[i].status) + "): got " + got);
-            running = false;
-            window.release();
+        const std::string label = "request " + std::to_string(i) + " (" + names[static_cast<std::size_t>(plan.fault)] +
+                                  ", status " + std::to_string(plan.status) + "): got ";
+        auto completion = [tally, i, label, record = plan.record,
+                           expected = std::to_string(expectedOutcome(plan))](fexo::Result<fexo::Response> result) {
+            if (tally->running.exchange(true)) tally->overlapped = true;
+            const std::string got = outcomeOf(result, record);
+            std::lock_guard lock(tally->mutex);
+            tally->threads.insert(std::this_thread::get_id());
+            ++tally->calls[i];
+            if (got != expected) tally->mismatches.push_back(label + got);
+            tally->running = false;
+            tally->window.release();
         };
         const std::string token = "fault-" + std::to_string(i) + ".";
         if (plan.throughProvider) {
@@ -467,17 +439,15 @@ TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates
             FaultRequest(host + "/" + token, plan.fault == Fault::stalled ? 0.3 : 10.0, plan.fault == Fault::gzipBomb),
             completion);
     }
-    for (int last = 0; last < 16; ++last) ASSERT_TRUE(window.try_acquire_for(patience)) << "completions missing";
+    for (int last = 0; last < 16; ++last) ASSERT_TRUE(tally->window.try_acquire_for(patience)) << "completions missing";
     ASSERT_TRUE(fexo::URLSession::shared().waitUntilIdle(patience));
 
-    for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(calls[i].load(), 1) << "request " << i;
-    EXPECT_FALSE(overlapped) << "completions ran at the same time";
-    EXPECT_TRUE(threads.size() == 1 && !threads.count(std::this_thread::get_id())) << "not one session thread";
-    for (const auto& mismatch : mismatches) ADD_FAILURE() << mismatch;
-    std::string report =
-        "seed " + std::to_string(seed) + ", " + std::to_string(count) + " requests, outcome per fault:";
-    for (const auto& [outcome, number] : outcomes) report += " [" + outcome + "] " + std::to_string(number);
-    std::printf("%s\n", report.c_str());
+    std::lock_guard lock(tally->mutex);
+    for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(tally->calls[i].load(), 1) << "request " << i;
+    EXPECT_FALSE(tally->overlapped) << "completions ran at the same time";
+    EXPECT_TRUE(tally->threads.size() == 1 && !tally->threads.count(std::this_thread::get_id()))
+        << "not one session thread";
+    for (const auto& mismatch : tally->mismatches) ADD_FAILURE() << "seed " << seed << ", " << mismatch;
 }
 
 } // namespace

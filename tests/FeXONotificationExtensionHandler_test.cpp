@@ -4,14 +4,12 @@
 #include <FeXOPlatform/JSONDecoder.hpp>
 #include <FeXOPlatform/URLSession.hpp>
 
+#include <support/Completion.hpp>
 #include <support/Configuration.hpp>
 #include <support/LoopbackServer.hpp>
 #include <support/TemporaryDirectory.hpp>
 
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
 
 namespace {
 
@@ -25,11 +23,9 @@ AnyValue pushFor(AnyValue recipient)
                              {"registration_id", "token-1"}});
 }
 
-// What one push led to: the content handler's calls and what the library printed.
+// What one push led to: the content delivered and what the library printed.
 struct Handled {
-    std::atomic<int> calls{0};
     std::shared_ptr<fexo::UNMutableNotificationContent> content;
-    std::thread::id thread;
     std::string printed;
 };
 
@@ -43,29 +39,25 @@ protected:
     }
     void TearDown() override { ::unsetenv("FEXO_APP_GROUPS_DIR"); }
 
-    // Answers `body`, hands one push to a handler dropped at once and waits until nothing is in flight.
-    std::shared_ptr<Handled> handle(std::string body, std::shared_ptr<const fexo::UNNotificationContent> content)
+    // Answers `body`, hands one push to a handler dropped at once and waits until nothing is in
+    // flight; the content must be delivered once, on another thread.
+    Handled handle(std::string body, AnyValue userInfo)
     {
         server.setHandler([body](const httplib::Request&, httplib::Response& response) {
             response.set_content(body, "application/json");
         });
-        auto handled = std::make_shared<Handled>();
+        fexo::test::Completion<std::shared_ptr<fexo::UNMutableNotificationContent>> delivered;
         testing::internal::CaptureStdout();
         fexo::FeXONotificationExtensionHandler().handleNotification(
-            fexo::UNNotificationRequest("id", std::move(content)),
-            [handled](std::shared_ptr<fexo::UNMutableNotificationContent> delivered) {
-                handled->content = std::move(delivered);
-                handled->thread = std::this_thread::get_id();
-                handled->calls.fetch_add(1);
-            });
-        EXPECT_TRUE(fexo::URLSession::shared().waitUntilIdle(std::chrono::seconds(20)));
-        handled->printed = testing::internal::GetCapturedStdout();
+            fexo::UNNotificationRequest(
+                "id", std::make_shared<fexo::UNNotificationContent>("Push title", "Push body", std::move(userInfo))),
+            delivered.handler());
+        EXPECT_TRUE(fexo::URLSession::shared().waitUntilIdle(fexo::test::patience));
+        Handled handled{delivered.wait().value_or(nullptr), testing::internal::GetCapturedStdout()};
+        EXPECT_EQ(delivered.calls(), 1);
+        EXPECT_NE(delivered.thread(), std::this_thread::get_id());
+        if (!handled.content) handled.content = std::make_shared<fexo::UNMutableNotificationContent>();
         return handled;
-    }
-    std::shared_ptr<Handled> handle(std::string body, AnyValue userInfo)
-    {
-        return handle(std::move(body),
-                      std::make_shared<fexo::UNNotificationContent>("Push title", "Push body", std::move(userInfo)));
     }
     nlohmann::json requestBody(std::size_t index) { return fexo::JSONDecoder::parse(server.requests().at(index).body); }
 
@@ -79,9 +71,7 @@ TEST_F(ExtensionHandlerTest, AnAnswerRewritesTheContentStoresAFreshCopyAndDelive
     const auto handled = handle(
         R"({"id":"server-id","data":{"text":"Your code is 42","sender":"Bank"},"isRead":false})", pushFor("user-1"));
     EXPECT_EQ(requestBody(0), (nlohmann::json{{"recipientId", "user-1"}, {"registrationId", "token-1"}}));
-    ASSERT_EQ(handled->calls, 1);
-    EXPECT_NE(handled->thread, std::this_thread::get_id());
-    EXPECT_EQ(handled->content->title() + "|" + handled->content->body() + "|" + handled->printed,
+    EXPECT_EQ(handled.content->title() + "|" + handled.content->body() + "|" + handled.printed,
               "Bank|Your code is 42|");
     const auto records = fexo::FeXOService().fetchAllNotifications().value();
     ASSERT_EQ(records.size(), 1u);
@@ -92,7 +82,7 @@ TEST_F(ExtensionHandlerTest, AnAnswerRewritesTheContentStoresAFreshCopyAndDelive
     EXPECT_EQ(records[0].isRead, false);
     // Missing parts of an answer become empty text.
     const auto empty = handle("{}", pushFor("user-1"));
-    EXPECT_EQ(empty->content->title() + "|" + empty->content->body(), "|");
+    EXPECT_EQ(empty.content->title() + "|" + empty.content->body(), "|");
 }
 
 TEST_F(ExtensionHandlerTest, AnUndecodablePushIsPrintedAndStillAsksWithEmptyIdentifiers)
@@ -101,8 +91,7 @@ TEST_F(ExtensionHandlerTest, AnUndecodablePushIsPrintedAndStillAsksWithEmptyIden
         {pushFor(12), "typeMismatch"}, {AnyValue(AnyValue::Dictionary{{AnyValue(1), "x"}}), "NSCocoaErrorDomain"}};
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         const auto handled = handle(R"({"data":{"text":"t","sender":"s"}})", cases[i].first);
-        EXPECT_EQ(handled->calls, 1);
-        EXPECT_NE(handled->printed.find(cases[i].second), std::string::npos) << handled->printed;
+        EXPECT_NE(handled.printed.find(cases[i].second), std::string::npos) << handled.printed;
         EXPECT_EQ(requestBody(i), (nlohmann::json{{"recipientId", ""}, {"registrationId", ""}}));
     }
 }

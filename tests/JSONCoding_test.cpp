@@ -2,7 +2,6 @@
 #include <FeXONotificationService/RegisterDeviceModel.hpp>
 #include <FeXONotificationService/Response.hpp>
 #include <FeXOPlatform/JSONDecoder.hpp>
-#include <FeXOPlatform/JSONEncoder.hpp>
 #include <FeXOPlatform/JSONSerialization.hpp>
 
 #include <gtest/gtest.h>
@@ -37,18 +36,6 @@ TEST(JSONCoding, MalformedTextOrAnythingButWhitespaceAfterTheValueIsDataCorrupte
         EXPECT_THROW(fexo::JSONSerialization::jsonObject(text), fexo::CocoaError);
     }
     EXPECT_EQ(fexo::JSONDecoder{}.decode<fexo::Response>(" {\"id\":\"w1\"}\r\n\t ").id, "w1");
-}
-
-TEST(JSONCoding, NonFiniteNumbersAndBadUTF8CannotBeEncodedAndWholeDoublesHaveNoFraction)
-{
-    fexo::coding::Json out;
-    EXPECT_THROW(fexo::coding::encodeValue(out, std::numeric_limits<double>::infinity()), fexo::EncodingError);
-    EXPECT_THROW(fexo::coding::encodeValue(out, std::nan("")), fexo::EncodingError);
-    EXPECT_THROW(fexo::JSONEncoder::serialize(fexo::coding::Json("\xc3(")), fexo::EncodingError);
-    fexo::coding::encodeValue(out, fexo::Date(-978307200.0));
-    EXPECT_EQ(out.dump(), "-978307200");
-    fexo::coding::encodeValue(out, fexo::Date(0.25));
-    EXPECT_EQ(out.dump(), "0.25");
 }
 
 } // namespace

@@ -31,8 +31,7 @@ TEST(JSONSerialization, RefusesWhatJSONCannotHold)
     };
     for (const auto& value :
          {with(AnyValue(5), "integer key"), with("date", fexo::Date(0)), with("data", AnyValue::Data{"\x01"}),
-          with("inf", std::numeric_limits<double>::infinity()), with("nan", std::nan("")), with("text", "\xff\xfe"),
-          AnyValue("top-level text")}) {
+          with("nan", std::nan("")), with("inf", -HUGE_VAL), with("text", "\xff\xfe"), AnyValue("top-level text")}) {
         try {
             (void)JSONSerialization::data(value);
             ADD_FAILURE() << "written";

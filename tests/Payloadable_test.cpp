@@ -19,6 +19,11 @@ TEST(RequestBodies, EveryKeyIsWrittenCompactlyWithItsTypeAndDecodesBackToTheReco
         R"({"appId":"","data":"","deviceId":"","imeI1":"","imeI2":"","mobileNumber":"","osType":"","osVersion":"",)"
         R"("pushNotificationProvider":2,"registrationId":""})");
     EXPECT_EQ(*fexo::NotificationRequestInfo("r", "").payload(), R"({"recipientId":"r","registrationId":""})");
+    for (const auto& [provider, raw] :
+         {std::pair(PushProvider::FCM, 1), std::pair(PushProvider::APNS, 2), std::pair(PushProvider::pushWoosh, 3)}) {
+        device.pushNotificationProvider = provider;
+        EXPECT_EQ(nlohmann::json::parse(*device.payload())["pushNotificationProvider"], raw);
+    }
     const DeviceInfo full("d", "token", "+1", "app", "iOS", "12", "i1", "i2", "", PushProvider::pushWoosh);
     EXPECT_EQ(fexo::JSONDecoder{}.decode<DeviceInfo>(*full.payload()), full);
 }
@@ -39,6 +44,7 @@ TEST(RequestBodies, DecodingRequiresEveryKey)
         {"appId", nullptr, DecodingError::Kind::valueNotFound},
         {"osVersion", 12, DecodingError::Kind::typeMismatch},
         {"pushNotificationProvider", 4, DecodingError::Kind::dataCorrupted},
+        {"pushNotificationProvider", 0, DecodingError::Kind::dataCorrupted},
         {"pushNotificationProvider", "1", DecodingError::Kind::typeMismatch},
     };
     for (const auto& [key, value, kind] : cases) {

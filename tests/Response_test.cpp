@@ -60,24 +60,20 @@ TEST(ResponseDecoding, EndsEveryTextExactlyAsTheFullDecoderAlone)
     };
     const std::string others[] = {
         R"({"createdAt":"2024-01-01T00:00:00Z"})",
-        R"({"errorCode":"5"})",
         R"({"errorCode":1.5})",
         R"({"errorCode":9223372036854775808})",
         R"({"errorCode":-9.2233720368547758e18})",
-        R"({"errorCode":1e19})",
-        R"({"isRead":1})",
         R"({"id":7,"id":"late"})",
         R"({"data":"text"})",
+        R"({"isRead":1})",
+        "[]",
         R"({"data":{"sender":false}})",
         R"({"data":{"text":1},"data":null})",
-        "[]",
         "null",
-        R"({"id":"a")",
         "{\"id\":\"\xff\"}",
         R"({"id":"\udc00"})",
         R"({"createdAt":-0.0})",
         R"({"createdAt":1e-400})",
-        R"({"createdAt":1e400})",
         std::string("{\"id\":\"a\"}\0x", 12),
         "{\"id\":\"a\"} {}",
         R"({"id":"a",})",
@@ -115,7 +111,8 @@ TEST(ResponseDates, AreSecondsSinceTwoThousandOneAsOneNumberAndSurviveExactly)
                       ->timeIntervalSinceReferenceDate(),
                   seconds);
     }
-    EXPECT_THROW((void)fexo::JSONEncoder{}.encode(Response(fexo::Date(std::nan("")))), fexo::EncodingError);
+    for (double nonFinite : {std::nan(""), HUGE_VAL})
+        EXPECT_THROW((void)fexo::JSONEncoder{}.encode(Response(fexo::Date(nonFinite))), fexo::EncodingError);
     EXPECT_THROW((void)fexo::JSONEncoder{}.encode(Response({}, fexo::NotificationData("\xc0\xaf"))),
                  fexo::EncodingError);
 }

@@ -3,8 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <set>
-
 namespace {
 
 using fexo::test::outputLines;
@@ -31,9 +29,6 @@ TEST_F(StoreCommands, WriteRefusesMalformedRecordsAndWritesNothing)
 {
     const std::pair<std::string, std::string> cases[] = {
         {R"({"id":5})", R"(fexo: typeMismatch(String, Context(codingPath: ["id"], )"},
-        {R"({"id":"a","data":{"text":["x"]}})", R"(fexo: typeMismatch(String, Context(codingPath: ["data", "text"], )"},
-        {"not json",
-         "fexo: dataCorrupted(Context(codingPath: [], debugDescription: \"The given data was not valid JSON."},
         {std::string(2 << 20, ' '), "fexo: the record is larger than 1048576 bytes\n"},
     };
     for (const auto& [input, description] : cases) {
@@ -49,29 +44,19 @@ TEST_F(StoreCommands, ListShowsNewestFirstWithControlsEscapedAndColumnsCutBetwee
     std::string longText;
     for (int i = 0; i < 70; ++i) longText += "\u00e9";
     const json hostile{{"id", "x\x1b]0;owned\x07"}, {"data", {{"sender", "Eve\x1b[2J\r\u202e"}, {"text", longText}}}};
-    for (const auto& r : {record("a", 100.0), record("b"), record("c", 300.5, true), record("d", 0.0), hostile})
-        write(r);
-    write(json{{"id", "f"}, {"createdAt", 1e300}, {"errorCode", 404}, {"errorMessage", "Not found"}});
+    const json failed{{"id", "f"}, {"createdAt", 1e300}, {"errorCode", 404}, {"errorMessage", "Not found"}};
+    for (const auto& r : {record("a", 100.0), record("c", 300.5, true), record("d", 0.0), hostile, failed}) write(r);
 
-    const json listed = list(); // --json: the stored forms, exact
-    std::vector<std::string> ids;
-    for (const json& r : listed) ids.push_back(r.value("id", "?"));
-    ASSERT_EQ(ids.size(), 6u);
-    EXPECT_EQ(std::vector<std::string>(ids.begin(), ids.begin() + 4), (std::vector<std::string>{"f", "c", "a", "d"}));
-    EXPECT_EQ(std::set<std::string>(ids.begin() + 4, ids.end()),
-              (std::set<std::string>{"b", hostile["id"]})); // undated last
-    EXPECT_EQ(listed[1], record("c", 300.5, true));
-    EXPECT_THAT(listed, testing::Contains(hostile));
-
+    const json listed = list(); // --json: the stored forms, exact, undated last
+    EXPECT_EQ(listed, json::array({failed, record("c", 300.5, true), record("a", 100.0), record("d", 0.0), hostile}));
     const auto lines = outputLines(sandbox.run({"list"}).standardOutput);
-    ASSERT_EQ(lines.size(), 8u);
-    EXPECT_EQ(lines[0].rfind("ID", 0), 0u);
+    ASSERT_EQ(lines.size(), 7u);
     EXPECT_EQ(lines[1], "f" + std::string(36, ' ') + "?" + std::string(20, ' ') + "no   " + std::string(17, ' ') +
                             "error 404: Not found");
     EXPECT_NE(lines[4].find("2001-01-01T00:00:00Z no   sender d"), std::string::npos) << lines[4];
-    EXPECT_THAT(lines, testing::Contains("x\\x1B]0;owned\\x07" + std::string(20, ' ') + "-" + std::string(20, ' ') +
-                                         "no   " + "Eve\\x1B[2J\\r~    " + longText.substr(0, 59 * 2) + "~"));
-    EXPECT_EQ(lines.back(), "6 notifications, 5 unread");
+    EXPECT_EQ(lines[5], "x\\x1B]0;owned\\x07" + std::string(20, ' ') + "-" + std::string(20, ' ') + "no   " +
+                            "Eve\\x1B[2J\\r~    " + longText.substr(0, 59 * 2) + "~");
+    EXPECT_EQ(lines.back(), "5 notifications, 4 unread");
 }
 
 TEST_F(StoreCommands, ShowMarkReadAndDeleteTellAMissingRecordFromAPresentOne)

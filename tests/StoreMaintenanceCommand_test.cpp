@@ -2,6 +2,8 @@
 // `store repair`, each run as its own process.
 #include <support/ToolSandbox.hpp>
 
+#include <FeXOPlatform/UserDefaults.hpp>
+
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -19,7 +21,7 @@ TEST(StoreMaintenanceCommand, ADamagedStoreIsRefusedCheckedAndRepaired)
     sandbox.configure("http://127.0.0.1:9");
     std::filesystem::path file;
     {
-        auto store = sandbox.store();
+        auto store = fexo::UserDefaults::open(sandbox.values().appGroup);
         file = store->databasePath();
         ASSERT_TRUE(store->setData("kept", "host.setting"));
         ASSERT_TRUE(store->performExclusively([&] {
@@ -62,7 +64,7 @@ TEST(StoreMaintenanceCommand, ADamagedStoreIsRefusedCheckedAndRepaired)
     const auto listed = sandbox.run({"list", "--json"});
     ASSERT_EQ(listed.exitCode, 0) << listed.standardError;
     EXPECT_EQ(static_cast<int>(nlohmann::json::parse(listed.standardOutput).size()), saved - 1);
-    EXPECT_EQ(sandbox.store()->dataForKey("host.setting"), "kept");
+    EXPECT_EQ(fexo::UserDefaults::open(sandbox.values().appGroup)->dataForKey("host.setting"), "kept");
     const auto aside = std::regex_replace(repaired.standardOutput, std::regex(R"([\s\S]*kept as (\S+)\n)"), "$1");
     EXPECT_TRUE(std::filesystem::is_regular_file(aside)) << aside;
 }

@@ -7,8 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
-
 namespace {
 
 using namespace std::chrono_literals;
@@ -47,24 +45,13 @@ Outcome load(fexo::URLSession& session, const URLRequest& request)
     return {std::get<0>(outcome), std::get<1>(outcome), std::get<2>(outcome)};
 }
 
-// Releases handlers that block, at the latest when the test ends.
-struct Gate {
-    std::promise<void> promise;
-    std::shared_future<void> future = promise.get_future().share();
-    std::once_flag once;
-    void wait() const { future.wait_for(patience); }
-    void open()
-    {
-        std::call_once(once, [&] { promise.set_value(); });
-    }
-};
-
 class URLSessionTest : public testing::Test {
 protected:
-    void TearDown() override { gate.open(); }
+    void TearDown() override { release.set_value(); } // frees handlers that block
     Outcome load(const URLRequest& request) { return ::load(session, request); }
 
-    Gate gate;
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
     LoopbackServer server;
     fexo::URLSession session{URLSessionConfiguration{}};
 };
@@ -86,8 +73,8 @@ TEST_F(URLSessionTest, SendsMethodPathHeadersAndBodyAsGiven)
 
     const auto received = server.requests().at(0);
     EXPECT_EQ(received.method + " " + received.path + " " + received.body, "POST /api/x {\"k\":1}");
-    EXPECT_EQ(received.header("client_secret"), "s3");
-    EXPECT_FALSE(received.header("Expect") || received.header("Cookie"));
+    EXPECT_EQ(received.get_header_value("client_secret"), "s3");
+    EXPECT_FALSE(received.has_header("Expect") || received.has_header("Cookie"));
 }
 
 TEST_F(URLSessionTest, HeaderFieldThatCannotBeSentAsItStandsFailsTheTaskInsteadOfBeingDropped)
@@ -101,44 +88,26 @@ TEST_F(URLSessionTest, HeaderFieldThatCannotBeSentAsItStandsFailsTheTaskInsteadO
     EXPECT_TRUE(server.requests().empty());
 }
 
-TEST_F(URLSessionTest, RedirectsAreFollowedWithinTheOriginOnly)
+// Other origins, the forms of a target and loops are faults of the fault-injection run.
+TEST_F(URLSessionTest, RedirectsChangeTheMethodAsTheirStatusSaysAndLocalhostIsAnotherOrigin)
 {
-    LoopbackServer other;
-    server.setHandler([&other, port = server.port()](const httplib::Request& request, httplib::Response& response) {
-        const std::map<std::string, std::string> targets{
-            {"/relative", "/to"},
-            {"/absolute", "http://127.0.0.1:" + std::to_string(port) + "/to"},
-            {"/schemeless", "//127.0.0.1:" + std::to_string(port) + "/to"},
-            {"/other", other.baseURL() + "/steal"},
-            {"/other-schemeless", "//127.0.0.1:" + std::to_string(other.port()) + "/steal"},
-            {"/localhost", "http://localhost:" + std::to_string(port) + "/to"},
-            {"/loop", "/loop?status=" + request.get_param_value("status")}};
-        if (auto target = targets.find(request.path); target != targets.end()) {
-            response.status = std::stoi(request.get_param_value("status"));
-            response.set_header("Location", target->second);
-            response.set_content("{\"moved\":true}", "application/json");
-        } else {
-            response.set_content(request.method + " " + request.body, "text/plain");
-        }
+    server.setHandler([port = server.port()](const httplib::Request& request, httplib::Response& response) {
+        if (request.path == "/to") return response.set_content(request.method + " " + request.body, "text/plain");
+        response.status = std::stoi(request.get_param_value("status"));
+        response.set_header("Location",
+                            request.path == "/relative" ? "/to" : "http://localhost:" + std::to_string(port) + "/to");
+        response.set_content("{\"moved\":true}", "application/json");
     });
     for (int status : {301, 302, 303, 307, 308}) {
         const std::string query = "?status=" + std::to_string(status);
-        for (const char* path : {"/relative", "/absolute", "/schemeless"}) {
-            SCOPED_TRACE(path + query);
-            Outcome outcome = load(request(server.baseURL() + path + query, "POST"));
-            EXPECT_EQ(outcome.data, status < 307 ? "GET " : "POST {\"k\":1}");
-            EXPECT_EQ(outcome.response->url().absoluteString(), server.baseURL() + "/to");
-        }
-        for (const char* path : {"/other", "/other-schemeless", "/localhost"}) {
-            SCOPED_TRACE(path + query);
-            Outcome outcome = load(request(server.baseURL() + path + query, "POST"));
-            EXPECT_EQ(outcome.data, "{\"moved\":true}");
-            EXPECT_EQ(outcome.response->statusCode(), status);
-        }
-        EXPECT_EQ(load(request(server.baseURL() + "/loop" + query)).code(), URLError::httpTooManyRedirects);
+        Outcome followed = load(request(server.baseURL() + "/relative" + query, "POST"));
+        EXPECT_EQ(followed.data, status < 307 ? "GET " : "POST {\"k\":1}") << status;
+        EXPECT_EQ(followed.response->url().absoluteString(), server.baseURL() + "/to");
+        Outcome kept = load(request(server.baseURL() + "/localhost" + query, "POST"));
+        EXPECT_EQ(kept.data, "{\"moved\":true}");
+        EXPECT_EQ(kept.response->statusCode(), status);
     }
-    EXPECT_TRUE(other.requests().empty());
-    EXPECT_EQ(server.requests().size(), 5u * (3 * 2 + 3 + 17));
+    EXPECT_EQ(server.requests().size(), 5u * 3);
 }
 
 // The limit itself, the endless bodies and the total deadline are faults of the fault-injection run.
@@ -152,9 +121,8 @@ TEST_F(URLSessionTest, BodyLimitIsRaisableAndIdleTimeoutIsResetByEveryByte)
             return offset >= 12 || sink.write("x", 1);
         });
     });
-    URLRequest bomb = request(server.baseURL() + "/bomb");
+    URLRequest bomb = request(server.baseURL() + "/bomb"); // a few KiB on the wire
     bomb.setValue("gzip", "Accept-Encoding");
-    EXPECT_EQ(load(bomb).code(), URLError::dataLengthExceedsMaximum); // a few KiB on the wire
     URLSessionConfiguration raised;
     raised.maximumBodyLength = 16 << 20;
     fexo::URLSession roomy{raised};
@@ -191,7 +159,8 @@ TEST_F(URLSessionTest, CompletionNeverRunsInsideResumeAndASecondResumeStartsNoth
     TaskCompletion outer;
     session
         .dataTask(request(server.baseURL() + "/outer"),
-                  [&, handler = outer.handler()](auto d, auto r, auto e) {
+                  // The session runs this on its thread and is the fixture's first member to go.
+                  [this, inner, insideResume, ranInside, handler = outer.handler()](auto d, auto r, auto e) {
                       *insideResume = true;
                       auto task = session.dataTask(request(server.baseURL() + "/inner"),
                                                    [=, next = inner->handler()](auto d, auto r, auto e) {
@@ -216,7 +185,7 @@ TEST_F(URLSessionTest, WaitUntilIdleWaitsForTheTaskAndDestroyingTheSessionCancel
     auto arrived = std::make_shared<std::promise<void>>();
     server.setHandler([this, arrived](const httplib::Request&, httplib::Response&) {
         arrived->set_value();
-        gate.wait();
+        released.wait_for(patience);
     });
     TaskCompletion completion;
     {
@@ -241,11 +210,13 @@ TEST(URLSessionTLSTest, PeersAreVerifiedAgainstTheTrustedAuthoritiesAndTheHostNa
                               .c_str()),
               0);
     LoopbackServer plain;
-    LoopbackServer secure(LoopbackServer::TLS{certificate, key});
-    secure.setHandler([&](const httplib::Request& request, httplib::Response& response) {
-        response.status = request.path == "/down" ? 302 : 200;
-        response.set_header("Location", plain.baseURL() + "/downgraded");
-    });
+    const LoopbackServer::TLS tls{certificate, key};
+    LoopbackServer secure(&tls);
+    secure.setHandler(
+        [to = plain.baseURL() + "/downgraded"](const httplib::Request& request, httplib::Response& response) {
+            response.status = request.path == "/down" ? 302 : 200;
+            response.set_header("Location", to);
+        });
     fexo::URLSession system{URLSessionConfiguration{}};
     EXPECT_EQ(load(system, request(secure.baseURL() + "/secret", "POST")).code(), URLError::serverCertificateUntrusted);
     EXPECT_TRUE(secure.requests().empty());
@@ -267,11 +238,11 @@ TEST_F(URLSessionDeathTest, SharedSessionTakesAConfigurationBeforeItsFirstTaskAn
     EXPECT_EXIT(
         {
             auto arrived = std::make_shared<std::promise<void>>();
-            server.setHandler([&](const httplib::Request&, httplib::Response& response) {
+            server.setHandler([this, arrived](const httplib::Request&, httplib::Response& response) {
                 arrived->set_value();
                 response.set_chunked_content_provider("text/plain", [this](size_t offset, httplib::DataSink& sink) {
                     if (offset == 0) return sink.write("part", 4);
-                    gate.wait();
+                    released.wait_for(patience);
                     return false;
                 });
             });

@@ -1,23 +1,25 @@
 #pragma once
 
+#include <support/ForkedProcess.hpp>
+
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace fexo::test {
 
 struct ProcessResult {
-    int exitCode = -1; // the exit status, or -1 when a signal ended the process (or the time limit)
+    int exitCode = -1; // the exit status, or -1 when a signal or the time limit ended the process
     int signal = 0;    // the signal that ended it, else 0
     std::string standardOutput;
     std::string standardError;
 };
 
-// A program run as a child process, with this process's environment. A started child has its standard output on a pipe to this
-// process and its standard error discarded, so that it never blocks on a pipe nobody reads.
-// Destroying a child that still runs kills it (SIGKILL).
+// A program run as a child process, with this process's environment. A started child has its
+// standard output on a pipe to this process and its standard error discarded, so that it never
+// blocks on a pipe nobody reads. Destroying a child that still runs kills it (SIGKILL).
 class ChildProcess {
 public:
     // Starts `program` with `arguments` (not including the program itself). Throws
@@ -36,14 +38,14 @@ public:
     // output ends or no byte arrives within `limit`.
     std::string readLine(std::chrono::milliseconds limit = std::chrono::seconds(10));
 
-    // Sends `signal` (0 sends none) and waits at most `limit` for the child to end. Returns its
-    // exit status, 128 + the signal number when a signal ended it, or -1 when it had not ended
-    // in time (it is then killed).
+    // Sends `signal` (0 sends none) and waits at most `limit` for the child to end; call once.
+    // Returns its exit status, 128 + the signal number when a signal ended it, or -1 when it had
+    // not ended in time (it is then killed).
     int stop(int signal, std::chrono::milliseconds limit = std::chrono::seconds(10));
 
 private:
-    pid_t pid_ = 0;
     int output_ = -1;
+    std::unique_ptr<ForkedProcess> process_;
 };
 
 } // namespace fexo::test

@@ -3,28 +3,21 @@
 
 #include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXOPlatform/Bundle.hpp>
+#include <FeXOPlatform/PropertyList.hpp>
 
 #include <stdexcept>
 
 namespace fexo::test {
 
-PropertyListValue ConfigurationValues::toPropertyList() const
+void installConfiguration(const std::filesystem::path& directory, const ConfigurationValues& values)
 {
-    return PropertyListValue(PropertyListValue::Dictionary{
-        {"FEXO_BASE_URL", baseURL},
-        {"CLIENT_SECRET", clientSecret},
-        {"CLIENT_ID", clientId},
-        {"APP_GROUP", appGroup},
-        {"BUNDLE_ID", bundleId},
-    });
-}
-
-void installConfiguration(const std::filesystem::path& directory, const ConfigurationValues& values,
-                          PropertyList::Format format)
-{
-    if (!PropertyList::writeFile(values.toPropertyList(), directory / "FeXOService-Info.plist", format)) {
+    const PropertyListValue dictionary(PropertyListValue::Dictionary{{"FEXO_BASE_URL", values.baseURL},
+                                                                     {"CLIENT_SECRET", values.clientSecret},
+                                                                     {"CLIENT_ID", values.clientId},
+                                                                     {"APP_GROUP", values.appGroup},
+                                                                     {"BUNDLE_ID", values.bundleId}});
+    if (!PropertyList::writeFile(dictionary, directory / "FeXOService-Info.plist", PropertyList::Format::xml))
         throw std::runtime_error("cannot write the configuration file");
-    }
     Bundle::main().setResourcesDirectory(directory);
     resetSharedConfigurationForTesting();
 }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <FeXOPlatform/PropertyList.hpp>
-
 #include <filesystem>
 #include <string>
 
@@ -14,14 +12,11 @@ struct ConfigurationValues {
     std::string clientId = "test-client-id";
     std::string appGroup = "group.test.fexo";
     std::string bundleId = "com.example.host";
-
-    PropertyListValue toPropertyList() const;
 };
 
-// Writes "FeXOService-Info.plist" into `directory`, points the main bundle at it and forgets
-// any configuration loaded before, so the next use loads this file.
-void installConfiguration(const std::filesystem::path& directory, const ConfigurationValues& values,
-                          PropertyList::Format format = PropertyList::Format::xml);
+// Writes "FeXOService-Info.plist" (XML) into `directory`, points the main bundle at it and
+// forgets any configuration loaded before, so the next use loads this file.
+void installConfiguration(const std::filesystem::path& directory, const ConfigurationValues& values = {});
 // The same with every value valid and `baseURL` for the base URL.
 void installConfiguration(const std::filesystem::path& directory, const std::string& baseURL);
 

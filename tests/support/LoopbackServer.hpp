@@ -4,24 +4,11 @@
 
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 namespace fexo::test {
-
-// What one request brought to the server.
-struct RecordedRequest {
-    std::string method;
-    std::string path;
-    std::vector<std::pair<std::string, std::string>> headers;
-    std::string body;
-
-    // Case-insensitive; the first field of that name.
-    std::optional<std::string> header(const std::string& name) const;
-};
 
 // An HTTP (or HTTPS) server on 127.0.0.1 at an ephemeral port, running on its own thread
 // from construction to destruction. Every request, whatever its method and path, is recorded
@@ -37,8 +24,7 @@ public:
         std::string privateKeyFile;
     };
 
-    LoopbackServer();
-    explicit LoopbackServer(const TLS& tls);
+    explicit LoopbackServer(const TLS* tls = nullptr);
     ~LoopbackServer();
     LoopbackServer(const LoopbackServer&) = delete;
     LoopbackServer& operator=(const LoopbackServer&) = delete;
@@ -52,11 +38,10 @@ public:
     // beyond the server's life (the shared session): stopping otherwise waits for the server's
     // keep-alive time-out.
     void closeConnectionsAfterEachAnswer();
-    std::vector<RecordedRequest> requests() const;
+    // Every request so far, in arrival order (headers include the addresses cpp-httplib adds).
+    std::vector<httplib::Request> requests() const;
 
 private:
-    void start();
-
     std::unique_ptr<httplib::Server> server_;
     bool tls_ = false;
     int port_ = 0;
@@ -64,7 +49,7 @@ private:
     mutable std::mutex mutex_;
     Handler handler_;
     bool closeConnections_ = false;
-    std::vector<RecordedRequest> requests_;
+    std::vector<httplib::Request> requests_;
 };
 
 // A port on 127.0.0.1 where nothing listens (bound once, then released).

@@ -6,16 +6,7 @@
 
 #include <gmock/gmock.h>
 
-#include <optional>
-
 namespace fexo::test {
-
-// The platform code of a URLError, or nullopt for any other kind of error.
-inline std::optional<int> urlErrorCode(const Error& error)
-{
-    const auto* urlError = error.as<URLError>();
-    return urlError ? std::optional<int>(urlError->code()) : std::nullopt;
-}
 
 // EXPECT_THAT(result, IsSuccess()) for any Result<T>.
 MATCHER(IsSuccess, "is a success")
@@ -33,14 +24,8 @@ MATCHER_P(IsFailureWith, code, "is a failure with URLError code " + testing::Pri
         return false;
     }
     *result_listener << "failed with " << arg.error().description();
-    return urlErrorCode(arg.error()) == static_cast<int>(code);
-}
-
-// A failure carrying an error of kind E (DecodingError, EncodingError, ...).
-template <class E>
-auto IsFailureOfKind()
-{
-    return testing::Truly([](const auto& result) { return result.isFailure() && result.error().template as<E>(); });
+    const auto* urlError = arg.error().template as<URLError>();
+    return urlError && urlError->code() == static_cast<int>(code);
 }
 
 } // namespace fexo::test

@@ -37,39 +37,21 @@ void ToolSandbox::serve()
     configure(baseURL);
 }
 
-// The served server's answer to one request with the sandbox's credentials; it must be 200.
-static nlohmann::json ask(const ConfigurationValues& values, const std::string& path, const std::string* body = nullptr)
-{
-    httplib::Client client(values.baseURL);
-    client.set_read_timeout(std::chrono::seconds(10));
-    const httplib::Headers headers{{"client_id", values.clientId}, {"client_secret", values.clientSecret}};
-    const auto result = body ? client.Post(path, headers, *body, "application/json") : client.Get(path, headers);
-    if (!result || result->status != 200) throw std::runtime_error(path + ": no answer with status 200");
-    return nlohmann::json::parse(result->body);
-}
-
 nlohmann::json ToolSandbox::queueNotification(const std::string& recipientId, const std::string& text,
                                               const std::string& sender) const
 {
-    const std::string body = nlohmann::json{{"recipientId", recipientId}, {"text", text}, {"sender", sender}}.dump();
-    return ask(values_, "/dev/notifications", &body);
-}
-
-nlohmann::json ToolSandbox::registrations() const
-{
-    return ask(values_, "/dev/registrations");
+    httplib::Client client(values_.baseURL);
+    client.set_read_timeout(std::chrono::seconds(10));
+    const auto result = client.Post(
+        "/dev/notifications", {{"client_id", values_.clientId}, {"client_secret", values_.clientSecret}},
+        nlohmann::json{{"recipientId", recipientId}, {"text", text}, {"sender", sender}}.dump(), "application/json");
+    if (!result || result->status != 200) throw std::runtime_error("the served server queued nothing");
+    return nlohmann::json::parse(result->body);
 }
 
 ProcessResult ToolSandbox::run(const std::vector<std::string>& arguments, const std::string& standardInput) const
 {
     return ChildProcess::run(tool_, arguments, standardInput);
-}
-
-std::shared_ptr<UserDefaults> ToolSandbox::store() const
-{
-    auto store = UserDefaults::open(values_.appGroup);
-    if (!store) throw std::runtime_error("cannot open the app group store " + values_.appGroup);
-    return store;
 }
 
 std::vector<std::string> outputLines(const std::string& output)

@@ -4,8 +4,6 @@
 #include <support/Configuration.hpp>
 #include <support/TemporaryDirectory.hpp>
 
-#include <FeXOPlatform/UserDefaults.hpp>
-
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
@@ -41,12 +39,6 @@ public:
     // Queues a notification at the served server for `recipientId`; the push user-info it answers with.
     nlohmann::json queueNotification(const std::string& recipientId, const std::string& text,
                                      const std::string& sender) const;
-    // The registration bodies the served server kept, oldest first.
-    nlohmann::json registrations() const;
-
-    // The configured app group's store, opened in this process.
-    std::shared_ptr<UserDefaults> store() const;
-
     // Runs `fexo` with `arguments` and `standardInput` to its end (killed after a minute).
     ProcessResult run(const std::vector<std::string>& arguments, const std::string& standardInput = "") const;
 
