@@ -1,0 +1,31 @@
+"""Python callables behind the C callbacks' user pointer.
+
+The C side gets a key, never a Python object: the trampolines below live as long as the module,
+and each pending call is found again by its key. They run on the library's threads (the URL
+session's), holding the GIL only while Python code runs.
+"""
+
+import itertools
+import threading
+
+_lock = threading.Lock()
+_pending = {}
+_keys = itertools.count(1)
+
+
+def keep(value):
+    with _lock:
+        key = next(_keys)
+        _pending[key] = value
+    return key
+
+
+def take(key):
+    """The value kept under `key`, which is forgotten: for callbacks called once."""
+    with _lock:
+        return _pending.pop(key, None)
+
+
+def peek(key):
+    with _lock:
+        return _pending.get(key)
