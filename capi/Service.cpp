@@ -1,34 +1,19 @@
 // fexo_service: the host app's FeXOService behind a C handle.
 #include <capi/Boundary.hpp>
+#include <capi/RecordsJSON.hpp>
+#include <capi/ServiceHandle.hpp>
 
-#include <FeXONotificationService/FeXOService.hpp>
 #include <FeXOPlatform/JSONDecoder.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
 
 #include <memory>
 #include <string>
 
-struct fexo_service {
-    fexo::FeXOService service;
-};
-
 using fexo::capi::copyString;
 using fexo::capi::guarded;
+using fexo::capi::recordsJSON;
 
 namespace {
-
-// A JSON array of records, each in its stored form.
-std::string recordsJSON(const std::vector<fexo::Response>& records)
-{
-    const fexo::JSONEncoder encoder;
-    std::string json = "[";
-    for (const auto& record : records) {
-        if (json.size() > 1) json += ',';
-        json += encoder.encode(record);
-    }
-    json += ']';
-    return json;
-}
 
 // Runs on the URL session's thread: nothing may escape into it.
 void complete(fexo_registration_callback callback, void* user, const fexo::Result<fexo::RegisterDeviceModel>& result)
