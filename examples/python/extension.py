@@ -9,7 +9,6 @@ FeXOService-Info.plist is read from $FEXO_RESOURCES_DIR.
 
 import json
 import sys
-import threading
 
 import fexo
 
@@ -39,22 +38,20 @@ def main():
     except ValueError as error:
         print(f"extension: the push is not a JSON object: {error}", file=sys.stderr)
         return 1
-    lock = threading.Lock()
     rewritten = []
 
     def content_handler(title, body):
-        # On the library's network thread; the record is already stored.
-        with lock:
-            rewritten.append((title, body))
+        # On the library's network thread; the record is already stored. Read only once the
+        # library is idle, after this has returned.
+        rewritten.append((title, body))
 
     with fexo.FeXONotificationExtensionHandler() as handler:
         handler.handle_notification(text, content_handler)
     # Once the library is idle the content handler has run or never will.
     fexo.wait_until_idle(25)
-    with lock:
-        if rewritten:
-            deliver(*rewritten[0], True)
-            return 0
+    if rewritten:
+        deliver(*rewritten[0], True)
+        return 0
     deliver(*original_alert(user_info), False)
     return 3
 

@@ -14,8 +14,6 @@ from ._native import lib, take_string, text
 from .errors import (ConfigurationError, DecodingError, EncodingError, FeXOError, InternalError,
                      InvalidArgumentError, TransportError)
 from .extension import FeXONotificationExtensionHandler
-from .records import NotificationData, Record
-from .service import FeXOService, PushProvider
 
 __all__ = [
     "ConfigurationError", "DecodingError", "EncodingError", "FeXOError", "InternalError", "InvalidArgumentError",
@@ -23,6 +21,21 @@ __all__ = [
     "Record", "check_configuration", "resources_directory", "set_resources_directory", "version",
     "wait_until_idle",
 ]
+
+
+# The host app's side (dataclasses, futures) is imported on first use, so that an extension
+# process, which must stay within a few tens of MiB, never loads it.
+_LAZY = {"FeXOService": "service", "PushProvider": "service", "NotificationData": "records", "Record": "records"}
+
+
+def __getattr__(name):
+    module = _LAZY.get(name)
+    if module is None:
+        raise AttributeError(f"module 'fexo' has no attribute {name!r}")
+    import importlib
+    value = getattr(importlib.import_module(f".{module}", __name__), name)
+    globals()[name] = value
+    return value
 
 
 def version():

@@ -5,10 +5,11 @@ and each pending call is found again by its key. They run on the library's threa
 session's), holding the GIL only while Python code runs.
 """
 
+import _thread
 import itertools
-import threading
 
-_lock = threading.Lock()
+# The low-level lock: an extension process stays lean without the threading module.
+_lock = _thread.allocate_lock()
 _pending = {}
 _keys = itertools.count(1)
 

@@ -1,6 +1,5 @@
 """FeXOService: the host app's entry, on the C interface."""
 
-import concurrent.futures
 import ctypes
 import enum
 import json
@@ -67,6 +66,8 @@ class FeXOService:
                         provider=PushProvider.FCM):
         """Starts the registration; the Future gets the server's decoded answer as a dict (read its
         "errorMessage" and "errors"), or a TransportError or DecodingError."""
+        import concurrent.futures
+
         future = concurrent.futures.Future()
         future.set_running_or_notify_cancel()
         key = _callbacks.keep(future)
