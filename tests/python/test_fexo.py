@@ -43,6 +43,14 @@ def test_text_that_is_not_a_record_is_a_decoding_error(service, text, code):
     assert raised.value.description and raised.value.debug_description
 
 
+@pytest.mark.parametrize("user_info, domain, code", [("not JSON", "NSCocoaErrorDomain", 3840),
+                                                     ("[1]", "FeXOErrorDomain", 3)])
+def test_a_push_that_is_not_a_json_object_is_refused(server, user_info, domain, code):
+    with fexo.FeXONotificationExtensionHandler() as handler, pytest.raises(fexo.DecodingError) as raised:
+        handler.handle_notification(user_info, lambda title, body: None)
+    assert (raised.value.domain, raised.value.code) == (domain, code)
+
+
 def test_registration_completes_with_the_answer(service):
     assert service.register_device("token-1", "device-1", provider=fexo.PushProvider.APNS).result(30) == {}
     with pytest.raises(ValueError):
