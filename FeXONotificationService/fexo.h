@@ -50,48 +50,48 @@ typedef enum fexo_status {
     FEXO_ERROR_INTERNAL = 8 /* any other failure inside the library */
 } fexo_status;
 
-/* A constant English name of the status ("FEXO_ERROR_NOT_FOUND"); "unknown status" otherwise. */
+/** A constant English name of the status ("FEXO_ERROR_NOT_FOUND"); "unknown status" otherwise. */
 FEXO_C_API const char* fexo_status_name(fexo_status status);
 
 typedef struct fexo_error fexo_error;
 
-/* The English sentence a user may see. Valid while the error lives. */
+/** The English sentence a user may see. Valid while the error lives. */
 FEXO_C_API const char* fexo_error_description(const fexo_error* error);
-/* The form printed for developers: type, code and details. Valid while the error lives. */
+/** The form printed for developers: type, code and details. Valid while the error lives. */
 FEXO_C_API const char* fexo_error_debug_description(const fexo_error* error);
-/* "NSURLErrorDomain" (transport), "NSCocoaErrorDomain" (decoding, encoding, JSON text), or
+/** "NSURLErrorDomain" (transport), "NSCocoaErrorDomain" (decoding, encoding, JSON text), or
  * "FeXOErrorDomain" (the library's own statuses). Valid while the error lives. */
 FEXO_C_API const char* fexo_error_domain(const fexo_error* error);
-/* The code within the domain: a transport error's platform code (-1001 for a time-out, ...);
+/** The code within the domain: a transport error's platform code (-1001 for a time-out, ...);
  * 4864 for a record that cannot be read, 4865 for a missing value, 4866 for a value JSON cannot
  * hold, 3840 for a user-info that is not JSON; the fexo_status in FeXOErrorDomain. */
 FEXO_C_API int64_t fexo_error_code(const fexo_error* error);
 FEXO_C_API fexo_status fexo_error_status(const fexo_error* error);
-/* NULL is ignored. */
+/** NULL is ignored. */
 FEXO_C_API void fexo_error_free(fexo_error* error);
 
-/* Frees a string the library handed out; NULL is ignored. */
+/** Frees a string the library handed out; NULL is ignored. */
 FEXO_C_API void fexo_free_string(char* string);
 
-/* The library's version, "MAJOR.MINOR.PATCH"; a constant string. */
+/** The library's version, "MAJOR.MINOR.PATCH"; a constant string. */
 FEXO_C_API const char* fexo_version(void);
 
 /* ---- resources, configuration check, the URL session ------------------------------------ */
 
-/* The directory FeXOService-Info.plist is looked up in: the one set with
+/** The directory FeXOService-Info.plist is looked up in: the one set with
  * fexo_set_resources_directory, else $FEXO_RESOURCES_DIR, else the running executable's
  * directory. Returns a string to free; empty when none can be found; NULL only without memory. */
 FEXO_C_API char* fexo_resources_directory(void);
 FEXO_C_API fexo_status fexo_set_resources_directory(const char* path);
 
-/* Loads FeXOService-Info.plist from the resources directory exactly as the library will, but
+/** Loads FeXOService-Info.plist from the resources directory exactly as the library will, but
  * never ends the process, keeps nothing and changes nothing. FEXO_OK when it loads;
  * FEXO_ERROR_CONFIGURATION when the library would raise, with the exception's name and reason
  * in *exception_name and *exception_reason (strings to free). Both out-parameters may be NULL
  * and are set to NULL on FEXO_OK. Reads the file again on every call. */
 FEXO_C_API fexo_status fexo_check_configuration(char** exception_name, char** exception_reason);
 
-/* Waits until no request of the process-wide URL session is in flight (its callback has
+/** Waits until no request of the process-wide URL session is in flight (its callback has
  * returned), at most timeout_ms milliseconds. Returns 1 when the session is idle, else 0.
  * Called from a library callback it returns 0 at once. */
 FEXO_C_API int32_t fexo_session_wait_until_idle(int64_t timeout_ms);
@@ -106,13 +106,13 @@ typedef enum fexo_push_provider {
     FEXO_PUSH_PROVIDER_PUSHWOOSH = 3
 } fexo_push_provider;
 
-/* Reads no file and opens nothing: the configuration is read on the first registration or store
+/** Reads no file and opens nothing: the configuration is read on the first registration or store
  * access, the shared store opened on the first local operation. NULL only without memory. */
 FEXO_C_API fexo_service* fexo_service_new(void);
-/* NULL is ignored. Registrations already started still complete. */
+/** NULL is ignored. Registrations already started still complete. */
 FEXO_C_API void fexo_service_free(fexo_service* service);
 
-/* Called exactly once per registration that fexo_service_register_device started (FEXO_OK),
+/** Called exactly once per registration that fexo_service_register_device started (FEXO_OK),
  * on the URL session's thread, never inside the call that started it. On success `status` is
  * FEXO_OK, `answer_json` the server's decoded answer as JSON and `error` NULL; otherwise
  * `answer_json` is NULL and `error` the transport (FEXO_ERROR_TRANSPORT) or decoding
@@ -122,47 +122,47 @@ FEXO_C_API void fexo_service_free(fexo_service* service);
 typedef void (*fexo_registration_callback)(fexo_status status, const char* answer_json, const fexo_error* error,
                                            void* user);
 
-/* Registers the device (strings may be empty, not NULL). On any status but FEXO_OK the
+/** Registers the device (strings may be empty, not NULL). On any status but FEXO_OK the
  * callback is never called. */
 FEXO_C_API fexo_status fexo_service_register_device(fexo_service* service, const char* token, const char* device_id,
                                                     const char* imei1, const char* imei2, const char* mobile_number,
                                                     fexo_push_provider provider, fexo_registration_callback callback,
                                                     void* user, fexo_error** error);
 
-/* Every stored record, as a JSON array of records in no promised order, into *records_json
+/** Every stored record, as a JSON array of records in no promised order, into *records_json
  * (a string to free). */
 FEXO_C_API fexo_status fexo_service_fetch_all(fexo_service* service, char** records_json, fexo_error** error);
-/* The record stored under `id` into *record_json (a string to free); FEXO_ERROR_NOT_FOUND and
+/** The record stored under `id` into *record_json (a string to free); FEXO_ERROR_NOT_FOUND and
  * NULL when there is none. */
 FEXO_C_API fexo_status fexo_service_fetch(fexo_service* service, const char* id, char** record_json,
                                           fexo_error** error);
-/* Stores the record with "isRead" true; prints "Item Not Found!" and returns FEXO_OK when there
+/** Stores the record with "isRead" true; prints "Item Not Found!" and returns FEXO_OK when there
  * is none. */
 FEXO_C_API fexo_status fexo_service_mark_as_read(fexo_service* service, const char* id, fexo_error** error);
-/* Removing a record that is not there is FEXO_OK. */
+/** Removing a record that is not there is FEXO_OK. */
 FEXO_C_API fexo_status fexo_service_delete(fexo_service* service, const char* id, fexo_error** error);
 FEXO_C_API fexo_status fexo_service_delete_all(fexo_service* service, fexo_error** error);
-/* Stores the record (JSON text) under its "id", replacing the one stored there;
+/** Stores the record (JSON text) under its "id", replacing the one stored there;
  * FEXO_ERROR_DECODING when the text is not a record. */
 FEXO_C_API fexo_status fexo_service_write(fexo_service* service, const char* record_json, fexo_error** error);
-/* Deletes every stored record and nothing else: no server call, the device stays registered. */
+/** Deletes every stored record and nothing else: no server call, the device stays registered. */
 FEXO_C_API fexo_status fexo_service_logout(fexo_service* service, fexo_error** error);
 
 /* ---- the notification extension -------------------------------------------------------- */
 
 typedef struct fexo_extension_handler fexo_extension_handler;
 
-/* Reads no file and opens nothing. NULL only without memory. */
+/** Reads no file and opens nothing. NULL only without memory. */
 FEXO_C_API fexo_extension_handler* fexo_extension_handler_new(void);
-/* NULL is ignored; notifications already being handled go on to their end. */
+/** NULL is ignored; notifications already being handled go on to their end. */
 FEXO_C_API void fexo_extension_handler_free(fexo_extension_handler* handler);
 
-/* Receives the rewritten content, ready to be shown: at most once per handled push, only when
+/** Receives the rewritten content, ready to be shown: at most once per handled push, only when
  * the server's answer decoded and the record was stored, on the URL session's thread, never
  * inside the call that started it. Both strings are borrowed for the call. */
 typedef void (*fexo_content_callback)(const char* title, const char* body, void* user);
 
-/* Handles one push whose user-info dictionary is `user_info_json` (a JSON object): asks the
+/** Handles one push whose user-info dictionary is `user_info_json` (a JSON object): asks the
  * server for the notification's content, stores the record, and returns at once. When the
  * request fails, the error is printed and the callback is never called. So an extension waits
  * with fexo_session_wait_until_idle: once the session is idle the callback has run or never
