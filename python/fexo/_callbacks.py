@@ -6,18 +6,33 @@ session's), holding the GIL only while Python code runs.
 """
 
 import _thread
+import atexit
 import itertools
 
 # The low-level lock: an extension process stays lean without the threading module.
 _lock = _thread.allocate_lock()
 _pending = {}
 _keys = itertools.count(1)
+_waits_at_exit = False
+
+# At most this long, at exit, for requests still in flight: a callback must not enter an
+# interpreter that is being finalized.
+EXIT_WAIT_MILLISECONDS = 5000
+
+
+def _wait_for_requests():
+    from ._native import lib
+    lib.fexo_session_wait_until_idle(EXIT_WAIT_MILLISECONDS)
 
 
 def keep(value):
+    global _waits_at_exit
     with _lock:
         key = next(_keys)
         _pending[key] = value
+        register, _waits_at_exit = not _waits_at_exit, True
+    if register:
+        atexit.register(_wait_for_requests)
     return key
 
 
