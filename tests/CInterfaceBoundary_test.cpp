@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <ostream>
 #include <stdexcept>
 
 namespace {
@@ -38,6 +39,11 @@ const Thrown thrownCases[] = {
      FEXO_ERROR_INTERNAL},
     {"unknown", [] { throw 42; }, FEXO_ERROR_INTERNAL, "FeXOErrorDomain", FEXO_ERROR_INTERNAL},
 };
+
+void PrintTo(const Thrown& thrown, std::ostream* out)
+{
+    *out << thrown.name;
+}
 
 class CInterfaceBoundaryTest : public testing::TestWithParam<Thrown> { };
 
