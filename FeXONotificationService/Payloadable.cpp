@@ -2,7 +2,6 @@
 
 #include <FeXOPlatform/DecodingError.hpp>
 #include <FeXOPlatform/EncodingError.hpp>
-#include <FeXOPlatform/JSONDecoder.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
 #include <FeXOPlatform/StandardOutput.hpp>
 
@@ -15,8 +14,10 @@ std::optional<std::string> Payloadable::payload() const
     try {
         nlohmann::json record;
         encode(record);
-        const std::string encoded = JSONEncoder::serialize(record);
-        return JSONEncoder::serialize(JSONDecoder::parse(encoded));
+        // Reading the text back as a JSON object and writing that out again gives the same
+        // bytes (keys in the same sorted order, numbers in their shortest exact form, strings
+        // escaped alike), so the text is written once.
+        return JSONEncoder::serialize(record);
     } catch (const EncodingError& error) {
         printLine(error.description());
     } catch (const DecodingError& error) {

@@ -209,14 +209,41 @@ PlistPtr toNode(const PropertyListValue& value)
     return nullptr;
 }
 
+// Containers nested this deep or less are read on the caller's stack: a few kilobytes of it.
+constexpr std::size_t inlineDepth = 64;
+
+// An upper bound on how deep the containers of `bytes` can nest. A binary list (already checked)
+// holds no more levels than objects, which its trailer counts; in a text form every container
+// opens with one of "<[{(".
+std::size_t nestingBound(std::string_view bytes, bool binary)
+{
+    if (!binary) {
+        return static_cast<std::size_t>(std::count_if(
+            bytes.begin(), bytes.end(), [](char c) { return c == '<' || c == '[' || c == '{' || c == '('; }));
+    }
+    constexpr std::size_t trailerSize = 32;
+    if (bytes.size() < trailerSize) return bytes.size();
+    std::uint64_t objects = 0;
+    for (std::size_t i = 0; i < 8; ++i) {
+        objects = (objects << 8) | static_cast<unsigned char>(bytes[bytes.size() - trailerSize + 8 + i]);
+    }
+    return static_cast<std::size_t>(std::min<std::uint64_t>(objects, bytes.size()));
+}
+
 // libplist reads and frees nested containers recursively, about a hundred bytes of stack per
-// level, and a level can take as little as a few bytes of input. So the work runs on a thread
-// whose stack is sized from the input: reserved address space, of which only what the nesting
-// actually uses is ever touched.
+// level, and a level can take as little as a few bytes of input. So unless the nesting is known
+// to be shallow, the work runs on a thread whose stack is sized from the input: reserved address
+// space, of which only what the nesting actually uses is ever touched. Starting that thread
+// costs more than reading a small file such as the service's configuration, hence the inline
+// case.
 // An exception thrown by the work (only std::bad_alloc can be) is rethrown to the caller.
 template <class Work>
-void onLargeStack(std::size_t inputSize, Work& work)
+void onLargeStack(std::size_t inputSize, std::size_t nesting, Work& work)
 {
+    if (nesting <= inlineDepth) {
+        work();
+        return;
+    }
     struct Task {
         Work& work;
         std::exception_ptr error;
@@ -259,7 +286,7 @@ std::optional<PropertyListValue> PropertyList::parse(std::string_view bytes)
         PlistPtr root(raw);
         if (root) value = fromNode(root.get(), 0);
     };
-    onLargeStack(bytes.size(), work);
+    onLargeStack(bytes.size(), nestingBound(bytes, binary.has_value()), work);
     return value;
 }
 

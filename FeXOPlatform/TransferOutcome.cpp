@@ -16,7 +16,12 @@ TransferOutcome TransferOutcome::of(URLSessionTransfer& transfer, CURLcode resul
     CURL* e = transfer.easy;
     const char* effective = nullptr;
     curl_easy_getinfo(e, CURLINFO_EFFECTIVE_URL, &effective);
-    std::optional<URL> finalURL = effective ? URL::fromString(effective) : std::nullopt;
+    // Without a redirect curl reports the request's own URL: no need to parse it again.
+    std::optional<URL> finalURL;
+    if (effective && transfer.request.url().absoluteString() == effective)
+        finalURL = transfer.request.url();
+    else if (effective)
+        finalURL = URL::fromString(effective);
     const std::string failingURL = finalURL ? finalURL->absoluteString() : transfer.request.url().absoluteString();
     if (transfer.bodyTooLong) return failure(URLError::dataLengthExceedsMaximum, failingURL);
     if (transfer.outOfMemory) return failure(URLError::unknown, failingURL);

@@ -168,14 +168,25 @@ void URLSession::Engine::begin(std::unique_ptr<URLSessionTransfer> owned)
             fail(transfer, *refused);
             return;
         }
-        const auto origin = URLOrigin::of(transfer->request.url().absoluteString());
-        transfer->origin = origin ? origin->key() : transfer->request.url().absoluteString();
+        transfer->origin = originKey(transfer->request.url().absoluteString());
     } catch (...) {
         fail(transfer, URLError::unknown);
         return;
     }
     transfer->touch(); // the idle clock runs from here, also while the transfer waits for a slot
     if (admission_.enter(transfer)) admit(transfer);
+}
+
+// The admission key of a URL. A session mostly sends to one URL again and again, so the last
+// answer is kept rather than the URL parsed anew for each transfer. Session thread only.
+const std::string& URLSession::Engine::originKey(const std::string& url)
+{
+    if (!lastOriginURL_ || *lastOriginURL_ != url) {
+        const auto origin = URLOrigin::of(url);
+        lastOriginKey_ = origin ? origin->key() : url;
+        lastOriginURL_ = url;
+    }
+    return lastOriginKey_;
 }
 
 // Hands the transfer to curl in a slot of its origin that it already holds.

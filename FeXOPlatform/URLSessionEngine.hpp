@@ -13,6 +13,8 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <thread>
 #include <unordered_map>
 
@@ -43,6 +45,7 @@ private:
     void run();
     void begin(std::unique_ptr<URLSessionTransfer> transfer);
     void admit(URLSessionTransfer* transfer);
+    const std::string& originKey(const std::string& url);
     void withdraw(URLSessionTransfer* transfer);
     void finish(URLSessionTransfer* transfer, CURLcode result);
     void expireTransfers();
@@ -74,6 +77,8 @@ private:
 
     // Session thread only.
     PerOriginAdmission admission_;
+    std::optional<std::string> lastOriginURL_; // originKey()'s memory, session thread only
+    std::string lastOriginKey_;
     bool stoppingThread_ = false;
     std::unordered_map<URLSessionTransfer*, std::unique_ptr<URLSessionTransfer>> active_;
 };

@@ -127,6 +127,14 @@ std::string recordJSON(const std::string& id, double createdAt)
     return out.str();
 }
 
+std::optional<std::filesystem::path> samplesDirectory()
+{
+    const char* path = std::getenv("FEXO_BENCH_SAMPLES");
+    if (path == nullptr || *path == '\0') return std::nullopt;
+    std::filesystem::create_directories(path);
+    return std::filesystem::path(path);
+}
+
 double percentile99(const std::vector<double>& values)
 {
     if (values.empty()) return 0;

@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -98,6 +99,10 @@ int runAndReport(int argc, char** argv, const std::vector<Figure>& figures);
 // Appends one summary line (same layout) for a figure measured outside Google Benchmark.
 void appendSummary(const std::string& title, const std::string& project, const std::string& baseline,
                    const std::string& ratio, const std::string& goal, const std::string& met);
+
+// Where the raw samples of the figures go for the plots (bench/plots.py): the directory named
+// by $FEXO_BENCH_SAMPLES, created when missing; nothing when unset.
+std::optional<std::filesystem::path> samplesDirectory();
 
 // The 99th percentile of the repetition times, for ComputeStatistics.
 double percentile99(const std::vector<double>& values);

@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """Whole-process figure: `fexo handle-push` end to end against the `curl` tool POSTing the same
-body to the same loopback server. Runs alternate (fexo, curl, fexo, ...) so that both meet the
-same machine load; each run goes through /usr/bin/time -v for its peak resident set, and the
-wall time of each run is taken around it. Prints medians and ratios; appends summary lines to
-$FEXO_BENCH_SUMMARY when set."""
+body to the same loopback server. This script only prepares the server, the configuration and the
+files; bench_cold_runner times the processes themselves (posix_spawn to wait4, runs alternated)
+and takes their peak resident set from the same wait4. Its samples go to --samples as CSV.
+
+--old-form also prints the figure as it used to be measured (each run started from Python through
+/usr/bin/time -v, wall time taken around that), so that the two forms can be compared once."""
 
 import argparse
 import os
@@ -38,18 +40,14 @@ def timed(command, env):
     return elapsed, rss, done.stdout.decode()
 
 
-def summary(line):
-    path = os.environ.get("FEXO_BENCH_SUMMARY")
-    if path:
-        with open(path, "a") as out:
-            out.write(line + "\n")
-
-
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--fexo", required=True)
     parser.add_argument("--server", required=True)
+    parser.add_argument("--runner", required=True, help="the bench_cold_runner program")
     parser.add_argument("--runs", type=int, default=30)
+    parser.add_argument("--samples", help="CSV file for every run's figures")
+    parser.add_argument("--old-form", action="store_true", help="also print the figure measured the old way")
     args = parser.parse_args()
 
     with tempfile.TemporaryDirectory(prefix="fexo-bench-cold-") as work:
@@ -74,33 +72,36 @@ def main():
                     "-H", "client_secret: " + CLIENT_SECRET, "-H", "client_id: " + CLIENT_ID,
                     "--data-binary", "@" + body, base_url + PATH]
 
-            # Warm the page cache and the store's file once for each.
             for _ in range(3):
                 _, _, out = timed(fexo, env)
                 if '"rewritten":true' not in out:
                     sys.exit("cold_process: fexo handle-push did not deliver rewritten content: " + out)
-                timed(curl, env)
-            samples = {"fexo": [], "curl": []}
-            for _ in range(args.runs):
-                samples["fexo"].append(timed(fexo, env)[:2])
-                samples["curl"].append(timed(curl, env)[:2])
+            if args.old_form:
+                old_form(fexo, curl, env, args.runs)
+            runner = [args.runner, "--runs", str(args.runs), "--warm", "3", "--goal", "1.0"]
+            if args.samples:
+                os.makedirs(os.path.dirname(os.path.abspath(args.samples)), exist_ok=True)
+                runner += ["--samples", args.samples]
+            done = subprocess.run(runner + ["--name", "fexo handle-push"] + fexo + ["--name", "curl"] + curl, env=env)
+            if done.returncode != 0:
+                sys.exit(f"cold_process: bench_cold_runner failed ({done.returncode})")
         finally:
             server.terminate()
             server.wait()
 
+
+def old_form(fexo, curl, env, runs):
+    """The earlier measurement, printed for comparison only (not a figure of the summary)."""
+    samples = {"fexo": [], "curl": []}
+    for _ in range(runs):
+        samples["fexo"].append(timed(fexo, env)[:2])
+        samples["curl"].append(timed(curl, env)[:2])
     med = {name: (statistics.median(t for t, _ in runs), statistics.median(r for _, r in runs))
            for name, runs in samples.items()}
-    time_ratio = med["fexo"][0] / med["curl"][0]
-    rss_ratio = med["fexo"][1] / med["curl"][1]
-    print(f"cold extension process, medians of {args.runs} runs:")
-    print(f"  time: fexo handle-push {med['fexo'][0] * 1000:.2f} ms, curl {med['curl'][0] * 1000:.2f} ms, "
-          f"ratio {time_ratio:.2f}x (goal <= 1.00x: {'met' if time_ratio <= 1.0 else 'missed'})")
-    print(f"  peak RSS: fexo handle-push {med['fexo'][1]} KiB, curl {med['curl'][1]} KiB, "
-          f"ratio {rss_ratio:.2f}x (goal <= 1.00x: {'met' if rss_ratio <= 1.0 else 'missed'})")
-    summary(f"cold handle-push time, median of {args.runs}|{med['fexo'][0] * 1000:.2f} ms|{med['curl'][0] * 1000:.2f} ms|"
-            f"{time_ratio:.2f}x|<= 1.00x|{'met' if time_ratio <= 1.0 else 'missed'}")
-    summary(f"cold handle-push peak RSS, median of {args.runs}|{med['fexo'][1]} KiB|{med['curl'][1]} KiB|"
-            f"{rss_ratio:.2f}x|<= 1.00x|{'met' if rss_ratio <= 1.0 else 'missed'}")
+    print(f"old form (Python + /usr/bin/time -v around each run), medians of {runs}: "
+          f"time {med['fexo'][0] * 1000:.2f} ms vs curl {med['curl'][0] * 1000:.2f} ms = "
+          f"{med['fexo'][0] / med['curl'][0]:.2f}x; peak RSS {med['fexo'][1]} KiB vs {med['curl'][1]} KiB = "
+          f"{med['fexo'][1] / med['curl'][1]:.2f}x")
 
 
 if __name__ == "__main__":

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <pthread.h>
 
 namespace {
 
@@ -94,6 +95,34 @@ TEST(PropertyList, HostileNestingAndSharingEndInNothingNotInACrash)
     shared.erase(shared.begin(), shared.end() - 6);
     for (int i = 0; i < 5; ++i) shared[i] = "\xa2" + bigEndian(i + 1, 4) + bigEndian(i + 1, 4);
     EXPECT_TRUE(PropertyList::parse(binaryList(shared))); // 63 nodes in 110 bytes: sharing itself is fine
+}
+
+// Parsed on a thread with a 64 KiB stack, as a host's worker may have: a shallow list is read
+// there, a deep one (either form) must not be, or the recursion overruns that stack.
+TEST(PropertyList, DeepListsAreReadOffASmallCallerStack)
+{
+    const auto nestedXML = [](int levels) {
+        std::string open, close;
+        for (int i = 0; i < levels; ++i) open += "<array>", close += "</array>";
+        return "<plist version=\"1.0\">" + open + close + "</plist>";
+    };
+    std::vector<std::string> binary;
+    for (int i = 0; i < 500; ++i) binary.push_back("\xa1" + bigEndian(i + 1, 4));
+    binary.push_back("\xa0");
+    for (std::string input : {nestedXML(8), nestedXML(500), binaryList(binary)}) {
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setstacksize(&attributes, 64 * 1024);
+        pthread_t thread;
+        const auto parse = [](void* text) -> void* {
+            return PropertyList::parse(*static_cast<std::string*>(text)) ? text : nullptr;
+        };
+        void* parsed = nullptr;
+        ASSERT_EQ(pthread_create(&thread, &attributes, parse, &input), 0);
+        pthread_join(thread, &parsed);
+        pthread_attr_destroy(&attributes);
+        EXPECT_NE(parsed, nullptr) << input.size();
+    }
 }
 
 TEST(PropertyList, DatesKeepTheirFractionAndFarDatesTheirRange)

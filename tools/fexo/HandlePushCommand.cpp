@@ -1,12 +1,15 @@
 #include <fexo/Commands.hpp>
 #include <fexo/Input.hpp>
+#include <fexo/PlainHTTPTransport.hpp>
 #include <fexo/TimeLimit.hpp>
 
 #include <common/ExtensionRoad.hpp>
 #include <common/TerminalText.hpp>
 
+#include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXOPlatform/CocoaError.hpp>
 #include <FeXOPlatform/JSONSerialization.hpp>
+#include <FeXOPlatform/NSException.hpp>
 
 #include <nlohmann/json.hpp>
 
@@ -30,6 +33,11 @@ int handlePush(const std::string& input, double timeLimitSeconds)
     if (userInfo.kind() != AnyValue::Kind::dictionary) {
         reportProblem("the push must be a JSON object (its user-info dictionary)");
         return 1;
+    }
+    try {
+        startTransportForOrigin(sharedConfiguration().baseURL);
+    } catch (const NSException&) {
+        // The road below raises the same again, in its own place.
     }
     const DeliveredContent content = runExtensionRoad(
         userInfo, originalContent(nlohmann::json::parse(*bytes, nullptr, false)), timeLimitDuration(timeLimitSeconds));
