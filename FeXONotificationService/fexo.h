@@ -6,7 +6,9 @@
  * Ownership: a `char *` handed out by the library is the caller's, freed with fexo_free_string;
  * a `fexo_error *` handed out through an `error` out-parameter is the caller's, freed with
  * fexo_error_free; pointers passed to a callback are borrowed for the length of the call. Every
- * `error` out-parameter may be NULL, and is set to NULL when the call succeeds.
+ * `error` out-parameter may be NULL; it is set to NULL first, and receives an error object only
+ * with the statuses that carry one (decoding, encoding, transport, internal), never with
+ * FEXO_ERROR_INVALID_ARGUMENT, FEXO_ERROR_NOT_FOUND or FEXO_ERROR_OUT_OF_MEMORY.
  *
  * Records cross as their JSON text, the store's own form: an object with the optional keys
  * "createdAt", "data" ({"text", "sender"}), "errorCode", "errorMessage", "id" and "isRead".
