@@ -1,8 +1,10 @@
 #include <FeXONotificationService/FeXOService.hpp>
 
 #include <FeXONotificationService/DeviceInfo.hpp>
+#include <FeXONotificationService/NotificationInbox.hpp>
 #include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXONotificationService/UserDefaultsDataStorage.hpp>
+#include <FeXOPlatform/StoreObserver.hpp>
 #include <FeXOPlatform/UIDevice.hpp>
 
 namespace fexo {
@@ -67,6 +69,36 @@ void FeXOService::write(const Response& response)
 void FeXOService::logout()
 {
     deleteAllNotifications();
+}
+
+Result<NotificationPage> FeXOService::fetchNotifications(std::size_t limit, std::string_view after)
+{
+    return NotificationInbox(dataPersistence_.dataStorage()).page(limit, after);
+}
+
+std::uint64_t FeXOService::unreadCount()
+{
+    return NotificationInbox(dataPersistence_.dataStorage()).unreadCount();
+}
+
+void FeXOService::markAllNotificationsAsRead()
+{
+    NotificationInbox(dataPersistence_.dataStorage()).markAllAsRead();
+}
+
+NotificationObservation FeXOService::observeNotifications(std::function<void(NotificationCounts)> callback)
+{
+    const auto& storage = dataPersistence_.dataStorage();
+    const auto databasePath = storage->userDefaults().databasePath();
+    const auto token = StoreObserver::add(
+        databasePath, [inbox = NotificationInbox(storage), callback = std::move(callback)]() mutable {
+            try {
+                callback(inbox.counts());
+            } catch (...) {
+                // Nothing may leave the observer thread; the next change calls again.
+            }
+        });
+    return NotificationObservation(token);
 }
 
 } // namespace fexo

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <FeXONotificationService/DataRepository.hpp>
+#include <FeXONotificationService/NotificationCounts.hpp>
+#include <FeXONotificationService/NotificationObservation.hpp>
+#include <FeXONotificationService/NotificationPage.hpp>
 #include <FeXONotificationService/PushNotificationProvider.hpp>
 #include <FeXONotificationService/PushProvider.hpp>
 #include <FeXONotificationService/RegisterDeviceModel.hpp>
@@ -8,6 +11,8 @@
 #include <FeXOPlatform/Export.hpp>
 #include <FeXOPlatform/Result.hpp>
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -58,6 +63,38 @@ public:
     void write(const Response& response);
     // Deletes every stored record, and nothing else: no server call, the device stays registered.
     void logout();
+
+    // The inbox. Order and counts come from an index that the store keeps (built on the first
+    // open of an older store), never from decoding every record.
+
+    // One page of at most `limit` records: newest createdAt first, ties by id (key) ascending,
+    // records without createdAt after all others. `after` is the `next` of the previous page,
+    // empty for the first. Paging is by position, not offset: a record written or deleted
+    // between two pages neither repeats nor shifts a later page, and every record present
+    // throughout is seen exactly once. A `limit` of 0 reads nothing and gives an empty page whose
+    // `next` is `after` itself (an `after` that is not a cursor still fails). Fails with a
+    // fexo::DecodingError (dataCorrupted) for an `after` that this library did not produce.
+    Result<NotificationPage> fetchNotifications(std::size_t limit, std::string_view after = {});
+    // How many records have an isRead that is not true (absent or false).
+    std::uint64_t unreadCount();
+    // Rewrites every record whose isRead is not true with isRead true, under its own key, in one
+    // transaction; records already read are not touched.
+    void markAllNotificationsAsRead();
+    // Calls `callback` with the current counts after the set of records changed in any process
+    // that shares the store and runs this version: a push stored by the extension, a mark, a
+    // delete, a logout. Opens the store now; the observation is in place when this returns.
+    //
+    // Threads: callbacks run on the platform layer's observer thread (one per process, started
+    // with the first observation and ended with the last), one at a time over all observations,
+    // never on the URL session's thread and never inside a call of this process that changed
+    // the store. Folding: changes that arrive while a callback runs, or together before the
+    // thread wakes, are folded into one call; no delay is added, so the window is the time the
+    // previous callback took (plus the wake-up). A change to the app group's other keys may
+    // also call. An exception thrown by the callback is dropped.
+    //
+    // An empty handle when the store's files cannot be watched (no inotify instance or watch
+    // left for this user).
+    [[nodiscard]] NotificationObservation observeNotifications(std::function<void(NotificationCounts)> callback);
 
 private:
     PushNotificationProvider pushProvider_;

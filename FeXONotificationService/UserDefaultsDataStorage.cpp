@@ -1,5 +1,6 @@
 #include <FeXONotificationService/UserDefaultsDataStorage.hpp>
 
+#include <FeXONotificationService/NotificationInbox.hpp>
 #include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXOPlatform/FatalError.hpp>
 #include <FeXOPlatform/JSONDecoder.hpp>
@@ -14,7 +15,9 @@ namespace {
 const std::string savePrefix = "APP save New ID NotificationService with error ";
 const std::string loadPrefix = "APP load New ID NotificationService with error ";
 
-Response decodeRecord(std::string_view bytes)
+} // namespace
+
+Response UserDefaultsDataStorage::decodeRecord(std::string_view bytes)
 {
     try {
         return JSONDecoder{}.decode<Response>(bytes);
@@ -23,7 +26,14 @@ Response decodeRecord(std::string_view bytes)
     }
 }
 
-} // namespace
+std::string UserDefaultsDataStorage::encodeRecord(const Response& response)
+{
+    try {
+        return JSONEncoder{}.encode(response);
+    } catch (const EncodingError& error) {
+        fatalError(savePrefix + error.localizedDescription());
+    }
+}
 
 UserDefaults& UserDefaultsDataStorage::userDefaults()
 {
@@ -32,18 +42,16 @@ UserDefaults& UserDefaultsDataStorage::userDefaults()
         const std::string& appGroup = sharedConfiguration().appGroup;
         userDefaults_ = UserDefaults::open(appGroup);
         if (!userDefaults_) fatalError("App Group Not Found " + appGroup);
+        // Once per store in practice: later opens find the index. A store that refuses it (read
+        // only) still serves every other operation.
+        NotificationInbox::recordIndex().ensure(*userDefaults_);
     });
     return *userDefaults_;
 }
 
 void UserDefaultsDataStorage::save(const Response& response, std::string_view key)
 {
-    std::string bytes;
-    try {
-        bytes = JSONEncoder{}.encode(response);
-    } catch (const EncodingError& error) {
-        fatalError(savePrefix + error.localizedDescription());
-    }
+    const std::string bytes = encodeRecord(response);
     auto& store = userDefaults();
     if (!store.setData(bytes, key)) reportUnwrittenChange(store);
 }

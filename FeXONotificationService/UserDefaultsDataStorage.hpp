@@ -4,11 +4,14 @@
 
 #include <memory>
 #include <mutex>
+#include <string>
+#include <string_view>
 
 namespace fexo {
 
 // The app group's user defaults as record storage; the suite is the configuration's appGroup.
-// Constructing touches nothing: the configuration is loaded and the store opened on first use.
+// Constructing touches nothing: the configuration is loaded and the store opened on first use;
+// the first open also gives an older store the records' index (NotificationInbox).
 // Shared by reference between the copies of a repository.
 //
 // Threads: safe to use from several threads at once; concurrent first uses open the store once.
@@ -29,6 +32,10 @@ public:
     std::optional<Response> load(std::string_view key) override;
     // One range scan of the store, then one decode per record.
     std::vector<Response> loadAll(std::string_view keyPrefix) override;
+
+    // A record's stored bytes and back; failures end the process with the messages above.
+    static std::string encodeRecord(const Response& response);
+    static Response decodeRecord(std::string_view bytes);
 
 private:
     std::once_flag opening_;

@@ -42,6 +42,7 @@ StoreConnection::StoreConnection(sqlite3* database, std::filesystem::path path)
 StoreConnection::~StoreConnection()
 {
     for (auto* statement : statements_) sqlite3_finalize(statement);
+    for (auto& [text, statement] : composed_) sqlite3_finalize(statement);
     sqlite3_close_v2(database_);
 }
 
@@ -69,10 +70,13 @@ bool StoreConnection::Use::nextRow()
 
 bool StoreConnection::Use::run()
 {
+    const auto changesBefore = sqlite3_total_changes64(connection_.database_);
     const bool ok = statement_ != nullptr && connection_.stepToEnd(statement_);
     if (!ok) {
         connection_.noteFailure();
         if (connection_.transactionDepth_ > 0) connection_.transactionFailed_ = true;
+    } else if (connection_.transactionDepth_ == 0 && sqlite3_total_changes64(connection_.database_) != changesBefore) {
+        connection_.committed();
     }
     return ok;
 }
@@ -85,6 +89,33 @@ sqlite3_stmt* StoreConnection::prepared(Statement which)
                            &slot, nullptr);
     }
     return slot;
+}
+
+sqlite3_stmt* StoreConnection::prepared(const std::string& sql)
+{
+    auto [slot, added] = composed_.try_emplace(sql, nullptr);
+    if (slot->second == nullptr) {
+        sqlite3_prepare_v3(database_, sql.c_str(), static_cast<int>(sql.size() + 1), SQLITE_PREPARE_PERSISTENT,
+                           &slot->second, nullptr);
+    }
+    return slot->second;
+}
+
+StoreConnection::Use StoreConnection::use(const std::string& sql)
+{
+    return Use(*this, prepared(sql));
+}
+
+StoreConnection::Use StoreConnection::read(const std::string& sql)
+{
+    sqlite3_stmt* statement = prepared(sql);
+    if (statement == nullptr) readFailed();
+    return Use(*this, statement);
+}
+
+void StoreConnection::committed()
+{
+    if (commitObserver_) commitObserver_();
 }
 
 StoreConnection::Use StoreConnection::use(Statement which)
@@ -140,6 +171,7 @@ bool StoreConnection::performExclusively(const std::function<void()>& body)
     }
 
     if (!runStatement(Statement::begin)) return false;
+    const auto changesBefore = sqlite3_total_changes64(database_);
     transactionDepth_ = 1;
     transactionFailed_ = false;
     try {
@@ -150,7 +182,10 @@ bool StoreConnection::performExclusively(const std::function<void()>& body)
         throw;
     }
     transactionDepth_ = 0;
-    if (!transactionFailed_ && runStatement(Statement::commit)) return true;
+    if (!transactionFailed_ && runStatement(Statement::commit)) {
+        if (sqlite3_total_changes64(database_) != changesBefore) committed();
+        return true;
+    }
     // Also covers a failed COMMIT, after which the transaction may still be open.
     if (!sqlite3_get_autocommit(database_)) runStatement(Statement::rollback);
     return false;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <unordered_map>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -69,8 +70,17 @@ public:
     // The statement for a read; a statement that cannot be prepared ends the process.
     Use read(Statement which);
 
+    // Statements given by their text, for queries that other types of this layer compose (record
+    // indexes); prepared on first use and kept like the fixed ones, with the same failure rules.
+    Use use(const std::string& sql);
+    Use read(const std::string& sql);
+
     // Runs `body` as one write transaction; see UserDefaults::performExclusively().
     bool performExclusively(const std::function<void()>& body);
+
+    // Called on the committing thread after every commit that changed at least one row and
+    // returned (with synchronous FULL: is durable), whether a single write or a transaction.
+    void setCommitObserver(std::function<void()> observer) { commitObserver_ = std::move(observer); }
 
     // SQLite's words for the latest write that failed.
     const std::string& lastFailure() const { return lastFailure_; }
@@ -81,6 +91,8 @@ private:
     bool runStatement(Statement which);
     // Steps a write to SQLITE_DONE, trying again while other processes keep the lock.
     bool stepToEnd(sqlite3_stmt* statement);
+    sqlite3_stmt* prepared(const std::string& sql);
+    void committed();
     [[noreturn]] void readFailed() const;
     void noteFailure();
 
@@ -91,6 +103,8 @@ private:
     int transactionDepth_ = 0;
     bool transactionFailed_ = false;
     std::string lastFailure_;
+    std::unordered_map<std::string, sqlite3_stmt*> composed_;
+    std::function<void()> commitObserver_;
 };
 
 } // namespace fexo

@@ -1,6 +1,7 @@
 #include <FeXOPlatform/UserDefaults.hpp>
 
 #include <FeXOPlatform/AppGroupFolders.hpp>
+#include <FeXOPlatform/StoreChangeSignal.hpp>
 #include <FeXOPlatform/StoreConnection.hpp>
 #include <FeXOPlatform/StoreDatabaseFile.hpp>
 #include <FeXOPlatform/StoredValueEncoding.hpp>
@@ -96,8 +97,10 @@ std::shared_ptr<UserDefaults> UserDefaults::open(std::string_view suiteName)
 
 UserDefaults::UserDefaults(std::string suiteName, std::filesystem::path databasePath,
                            std::unique_ptr<StoreConnection> connection)
-    : suiteName_(std::move(suiteName)), databasePath_(std::move(databasePath)), connection_(std::move(connection))
+    : suiteName_(std::move(suiteName)), databasePath_(std::move(databasePath)),
+      changeSignal_(std::make_unique<StoreChangeSignal>(databasePath_)), connection_(std::move(connection))
 {
+    connection_->setCommitObserver([signal = changeSignal_.get()] { signal->raise(); });
 }
 
 UserDefaults::~UserDefaults() = default;

@@ -16,6 +16,8 @@
 namespace fexo {
 
 class StoreConnection;
+class StoreChangeSignal;
+class StoreRecordIndex;
 
 // A persistent key/value store shared by every process of one app group: the suite
 // `<root>/<suite>/defaults.sqlite`, where root is $FEXO_APP_GROUPS_DIR, else
@@ -32,6 +34,9 @@ class StoreConnection;
 // a lock that other processes hold past about half a minute) ends the process with a message
 // naming the database file; it never reads as an absent key or a shorter store. Writers report
 // failure as false and change nothing.
+//
+// Observers: after each commit that changed the suite, the committing process touches a small
+// file beside the database (see StoreChangeSignal), which observers in any process watch.
 //
 // Threads: an object may be used from any number of threads at once; calls are serialised on
 // the object's one connection. Do not carry an object across fork(): the child opens its own.
@@ -89,12 +94,17 @@ public:
     bool performExclusively(const std::function<void()>& body);
 
 private:
+    // Record indexes run their own queries on the connection, under the object's mutex.
+    friend class StoreRecordIndex;
+
     UserDefaults(std::string suiteName, std::filesystem::path databasePath,
                  std::unique_ptr<StoreConnection> connection);
 
     std::string suiteName_;
     std::filesystem::path databasePath_;
     mutable std::recursive_mutex mutex_;
+    // Raised after every commit of this object that changed the suite; outlives the connection.
+    std::unique_ptr<StoreChangeSignal> changeSignal_;
     std::unique_ptr<StoreConnection> connection_;
     PropertyListValue::Dictionary registered_;
 };

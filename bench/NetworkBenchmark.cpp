@@ -91,8 +91,6 @@ curl_slist* requestHeaders()
     return headers;
 }
 
-// The indexes of the store's table, created the same way on the baseline's table.
-constexpr const char* storeIndexes = "";
 
 // A keep-alive easy handle and a SQLite table laid out as the store's, at the same durability.
 struct BarePush {
@@ -117,9 +115,10 @@ struct BarePush {
                            "NULL, value BLOB NOT NULL) WITHOUT ROWID",
                            nullptr, nullptr, nullptr) == SQLITE_OK,
               "configure");
-        // STORE INDEXES: every index the store's table carries goes here as well, in the same
-        // form, so that the baseline's upsert maintains what the project's does. None today.
-        check(sqlite3_exec(database, storeIndexes, nullptr, nullptr, nullptr) == SQLITE_OK, "index");
+        // Every index the store's table carries, in the same form, so that the baseline's upsert
+        // maintains what the project's does.
+        const std::string storeIndexes = fexo::NotificationInbox::recordIndex().creationStatements();
+        check(sqlite3_exec(database, storeIndexes.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK, "index");
         check(sqlite3_prepare_v2(database,
                                  "INSERT INTO defaults (key, kind, value) VALUES (?1, 5, ?2) ON CONFLICT (key) DO "
                                  "UPDATE SET kind = excluded.kind, value = excluded.value",

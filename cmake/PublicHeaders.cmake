@@ -14,6 +14,9 @@ set(FEXO_PUBLIC_HEADERS
   FeXONotificationService/ErrorModel.hpp
   FeXONotificationService/PushProvider.hpp
   FeXONotificationService/Payloadable.hpp
+  FeXONotificationService/NotificationPage.hpp
+  FeXONotificationService/NotificationCounts.hpp
+  FeXONotificationService/NotificationObservation.hpp
   # The entry types hold these collaborators by value, so their definitions must be complete
   # for a host app; they are exported so that copying and destroying an entry type links.
   FeXONotificationService/DataPersistenceProtocol.hpp

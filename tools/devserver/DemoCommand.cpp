@@ -39,17 +39,18 @@ std::filesystem::path siblingProgram(const std::string& name)
     return std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / name;
 }
 
-// `fexo-agent run` as a child for the demo's last step, with its standard error on a pipe until
-// it has said whether it serves the bus name. Stopped with SIGTERM when it goes.
+// A tool run as a child for the demo's last steps (`fexo-agent run`, `fexo watch`), with one of
+// its outputs on a pipe. Stopped with SIGTERM when it goes.
 class AgentProcess {
 public:
-    AgentProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments)
+    AgentProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                 int captured = STDERR_FILENO)
     {
         int pipe[2];
         if (::pipe2(pipe, O_CLOEXEC) != 0) return;
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, pipe[1], STDERR_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, pipe[1], captured);
         std::vector<std::string> words{program.string()};
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char*> argv;
@@ -71,12 +72,12 @@ public:
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;
 
-    // Its log up to the line that says whether it serves the name (or ten seconds, or its end).
-    std::string firstWords()
+    // Its output up to the first `until` (or ten seconds, or its end).
+    std::string firstWords(std::string_view until = "serv")
     {
         std::string said;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (pid_ > 0 && said.find("serv") == std::string::npos) {
+        while (pid_ > 0 && said.find(until) == std::string::npos) {
             const auto left =
                 std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             pollfd ready{errors_, POLLIN, 0};
@@ -115,7 +116,7 @@ public:
         step("Development server listening at " + server_->baseURL());
 
         const auto outcome = writeConfiguration(directory) && registerDevice() && deliverPush() && readBack() &&
-                             showThroughAgent(directory);
+                             showThroughAgent(directory) && showArrivalInWatch(directory);
         server_->stop();
         std::error_code ignored;
         std::filesystem::remove_all(directory, ignored);
@@ -256,6 +257,30 @@ private:
             return fail("the agent did not deliver the push");
         }
         return ok("delivered once and shown through org.freedesktop.Notifications");
+    }
+
+    // Ends with the inbox: `fexo watch` runs as the app, a push is handled by `fexo handle-push` in
+    // a process of its own as the extension, and the watch prints it as it arrives.
+    bool showArrivalInWatch(const std::filesystem::path& directory)
+    {
+        step("The app watches its inbox (fexo watch) while the extension stores a push in another process");
+        ::setenv("FEXO_RESOURCES_DIR", directory.c_str(), 1);
+        const auto fexo = siblingProgram("fexo");
+        AgentProcess watch(fexo, {"watch"}, STDOUT_FILENO);
+        const std::string before = watch.firstWords("\n");
+        writeTerminalLine(std::cout, "   watch: " + before.substr(0, before.find('\n')));
+        const auto push = queuePush("Your parcel was delivered", "FeXO Post");
+        if (!push) return fail("the development server did not queue the notification");
+        const auto pushFile = directory / "arrival.json";
+        std::ofstream(pushFile) << *push;
+        const int status =
+            std::system(("'" + fexo.string() + "' handle-push < '" + pushFile.string() + "' > /dev/null").c_str());
+        if (status == -1 || !WIFEXITED(status) || WEXITSTATUS(status) != 0) return fail("the extension failed");
+        showWire();
+        const std::string arrived = watch.firstWords("\n");
+        writeTerminalLine(std::cout, "   watch: " + arrived.substr(0, arrived.find('\n')));
+        if (arrived.find("Your parcel was delivered") == std::string::npos) return fail("the watch did not show it");
+        return ok("the app saw the push the moment the extension stored it");
     }
 
     std::optional<std::string> queuePush(const std::string& text, const std::string& sender)

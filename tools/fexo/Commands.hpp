@@ -10,6 +10,7 @@ void addConfigCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 void addRegisterCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 void addHandlePushCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 void addStoreCommands(CLI::App& app, const ToolOptions& options, int& exitCode);
+void addInboxCommands(CLI::App& app, const ToolOptions& options, int& exitCode);
 void addStoreMaintenanceCommand(CLI::App& app, const ToolOptions& options, int& exitCode);
 
 } // namespace fexo::tool

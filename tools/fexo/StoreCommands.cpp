@@ -13,6 +13,8 @@
 #include <cmath>
 #include <ctime>
 #include <iostream>
+#include <limits>
+#include <optional>
 
 namespace fexo::tool {
 
@@ -68,23 +70,28 @@ std::string column(const std::string& text, std::size_t width)
     return cell + std::string(width + 1 - characters, ' ');
 }
 
-int list(bool asJSON)
+// Without a limit: every record, as one page (one snapshot) in the library's order: newest first,
+// ties and the records without a date by key.
+int list(bool asJSON, std::optional<std::size_t> limit, const std::string& after)
 {
-    auto records = FeXOService().fetchAllNotifications().value_or(std::vector<Response>{});
+    auto page = FeXOService().fetchNotifications(limit.value_or(std::numeric_limits<std::size_t>::max()), after);
+    if (!page.isSuccess()) {
+        reportProblem("--after is not a cursor that a page printed: " + page.error().localizedDescription());
+        return 1;
+    }
     std::vector<Listed> entries;
-    for (auto& record : records) entries.push_back(listed(std::move(record)));
-    // Newest first; records without a date last, in their stored order.
-    std::stable_sort(entries.begin(), entries.end(), [](const Listed& a, const Listed& b) {
-        if (a.createdAt && b.createdAt) return *a.createdAt > *b.createdAt;
-        return a.createdAt.has_value() && !b.createdAt.has_value();
-    });
+    for (auto& record : page.value().records) entries.push_back(listed(std::move(record)));
+    const std::string& next = page.value().next;
     if (asJSON) {
         std::string out = "[";
         for (std::size_t i = 0; i < entries.size(); ++i) {
             if (i > 0) out += ",";
             out += JSONEncoder{}.encode(entries[i].record);
         }
-        std::cout << out << "]" << std::endl;
+        out += "]";
+        if (limit)
+            out = "{\"records\":" + out + ",\"next\":" + (next.empty() ? "null" : nlohmann::json(next).dump()) + "}";
+        std::cout << out << std::endl;
         return 0;
     }
     std::size_t unread = 0;
@@ -100,7 +107,8 @@ int list(bool asJSON)
                                          terminalColumn(entry.text, 60));
     }
     std::cout << entries.size() << (entries.size() == 1 ? " notification, " : " notifications, ") << unread << " unread"
-              << std::endl;
+              << (limit ? " on this page" : "") << std::endl;
+    if (limit) std::cout << "next: " << (next.empty() ? "-" : next) << std::endl;
     return 0;
 }
 
@@ -144,10 +152,17 @@ void addStoreCommands(CLI::App& app, const ToolOptions& options, int& exitCode)
 {
     auto* listCommand = app.add_subcommand("list", "List the stored notifications, newest first");
     auto asJSON = std::make_shared<bool>(false);
-    listCommand->add_flag("--json", *asJSON, "One JSON array of the records in their stored form");
-    listCommand->callback([&options, &exitCode, asJSON] {
+    auto limit = std::make_shared<std::size_t>(0);
+    auto after = std::make_shared<std::string>();
+    listCommand->add_flag("--json", *asJSON,
+                          "One JSON array of the records in their stored form; with --limit, "
+                          "{\"records\":[...],\"next\":CURSOR or null}");
+    auto* limitOption =
+        listCommand->add_option("--limit", *limit, "Print one page of at most N records")->check(CLI::PositiveNumber);
+    listCommand->add_option("--after", *after, "The cursor that the previous page printed")->needs(limitOption);
+    listCommand->callback([&options, &exitCode, asJSON, limit, limitOption, after] {
         options.apply();
-        exitCode = list(*asJSON);
+        exitCode = list(*asJSON, limitOption->count() > 0 ? std::optional(*limit) : std::nullopt, *after);
     });
 
     auto id = std::make_shared<std::string>();

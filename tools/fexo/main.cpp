@@ -17,6 +17,7 @@ int main(int argc, char** argv)
     fexo::tool::addRegisterCommand(app, options, exitCode);
     fexo::tool::addHandlePushCommand(app, options, exitCode);
     fexo::tool::addStoreCommands(app, options, exitCode);
+    fexo::tool::addInboxCommands(app, options, exitCode);
     fexo::tool::addStoreMaintenanceCommand(app, options, exitCode);
     fexo::tool::addHandedOverCommands(app, argv, exitCode);
     return fexo::tool::parseAndRun(app, argc, argv, exitCode);

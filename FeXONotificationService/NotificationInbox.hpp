@@ -1,0 +1,41 @@
+#pragma once
+
+#include <FeXONotificationService/DataStorage.hpp>
+#include <FeXONotificationService/NotificationCounts.hpp>
+#include <FeXONotificationService/NotificationPage.hpp>
+#include <FeXOPlatform/Result.hpp>
+#include <FeXOPlatform/StoreRecordIndex.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+namespace fexo {
+
+// The inbox view of the records of a DataRepository: pages newest first, counts, mark all read,
+// all answered by the index that the store keeps over the "response_" keys (never by decoding
+// every record). The index is made when UserDefaultsDataStorage first opens the store.
+//
+// Runs on the caller's thread; safe from several threads, like the storage. Stored bytes that do
+// not decode end the process as in fetchAllNotifications().
+class NotificationInbox {
+public:
+    // The index of the notification records: by createdAt, and those whose isRead is not true.
+    static const StoreRecordIndex& recordIndex();
+
+    explicit NotificationInbox(std::shared_ptr<DataStorage> storage);
+
+    // See FeXOService::fetchNotifications().
+    Result<NotificationPage> page(std::size_t limit, std::string_view after);
+    NotificationCounts counts();
+    std::uint64_t unreadCount();
+    // Every record whose isRead is not true rewritten with isRead true under its own key, in one
+    // transaction; a refusal of the store is reported as for any write.
+    void markAllAsRead();
+
+private:
+    std::shared_ptr<DataStorage> storage_;
+};
+
+} // namespace fexo

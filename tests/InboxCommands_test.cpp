@@ -1,0 +1,57 @@
+// fexo's inbox commands as separate processes: a push stored by `handle-push` appears in a
+// `watch` of another process, and `list --limit` pages with the cursor it prints.
+#include <support/ToolSandbox.hpp>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace {
+
+using nlohmann::json;
+
+TEST(InboxCommands, AWatchShowsAPushStoredByTheExtensionAndALogoutOfTheApp)
+{
+    fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
+    sandbox.serve();
+    fexo::test::ChildProcess watch(FEXO_TOOL_PATH, {"watch", "--json"});
+    EXPECT_EQ(json::parse(watch.readLine()), (json{{"total", 0}, {"unread", 0}, {"newest", nullptr}}));
+
+    const json push = sandbox.queueNotification("recipient-1", "Your parcel is on its way", "FeXO Post");
+    ASSERT_EQ(sandbox.run({"handle-push"}, push.dump()).exitCode, 0);
+    const json line = json::parse(watch.readLine());
+    EXPECT_EQ(line["total"], 1);
+    EXPECT_EQ(line["unread"], 1);
+    EXPECT_EQ(line["newest"]["title"], "FeXO Post");
+    EXPECT_EQ(line["newest"]["body"], "Your parcel is on its way");
+
+    ASSERT_EQ(sandbox.run({"mark-all-read"}).exitCode, 0);
+    EXPECT_EQ(json::parse(watch.readLine())["unread"], 0);
+    ASSERT_EQ(sandbox.run({"logout"}).exitCode, 0);
+    EXPECT_EQ(json::parse(watch.readLine()), (json{{"total", 0}, {"unread", 0}, {"newest", nullptr}}));
+    EXPECT_EQ(watch.stop(SIGINT), 0);
+}
+
+TEST(InboxCommands, ListPagesWithTheCursorItPrintsAndAgreesWithTheWholeList)
+{
+    fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
+    sandbox.configure("http://127.0.0.1:9");
+    for (int i = 0; i < 5; ++i) {
+        const json record{{"id", "r" + std::to_string(i)}, {"createdAt", i % 2}};
+        ASSERT_EQ(sandbox.run({"write", "-"}, record.dump()).exitCode, 0);
+    }
+    const json all = json::parse(sandbox.run({"list", "--json"}).standardOutput);
+    json paged = json::array();
+    std::vector<std::string> arguments{"list", "--json", "--limit", "2"};
+    for (;;) {
+        const json page = json::parse(sandbox.run(arguments).standardOutput);
+        for (const auto& record : page["records"]) paged.push_back(record);
+        if (page["next"].is_null()) break;
+        arguments = {"list", "--json", "--limit", "2", "--after", page["next"]};
+    }
+    EXPECT_EQ(paged, all);
+    EXPECT_EQ(sandbox.run({"unread"}).standardOutput, "5\n");
+    EXPECT_EQ(sandbox.run({"list", "--limit", "2", "--after", "nonsense"}).exitCode, 1);
+}
+
+} // namespace

@@ -1,0 +1,183 @@
+// The inbox operations of FeXOService on real store files: order, cursors, counts, marking, the
+// index of older stores and the plans of its queries.
+#include <support/ForkedProcess.hpp>
+#include <support/ResultMatchers.hpp>
+#include <support/ToolSandbox.hpp>
+
+#include <FeXONotificationService/FeXOService.hpp>
+#include <FeXONotificationService/NotificationInbox.hpp>
+#include <FeXONotificationService/ServiceConfiguration.hpp>
+#include <FeXOPlatform/DecodingError.hpp>
+#include <FeXOPlatform/StoreRecordIndex.hpp>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using fexo::FeXOService;
+using fexo::Response;
+
+class NotificationInbox : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        sandbox.configure("http://127.0.0.1:9");
+        fexo::resetSharedConfigurationForTesting();
+    }
+
+    // Raw bytes under a record's key, as any writer of the store (old or new) leaves them.
+    void store(const std::string& id, const std::string& json) const
+    {
+        ASSERT_TRUE(sandbox.store()->setData(json, "response_" + id));
+    }
+    static std::vector<std::string> ids(const std::vector<Response>& records)
+    {
+        std::vector<std::string> result;
+        for (const auto& record : records) result.push_back(record.id.value_or(""));
+        return result;
+    }
+    // Every page of `limit` from the start, joined.
+    std::vector<std::string> pageThrough(std::size_t limit)
+    {
+        std::vector<std::string> all;
+        std::string after;
+        do {
+            auto page = service.fetchNotifications(limit, after);
+            EXPECT_TRUE(page.isSuccess());
+            EXPECT_LE(page.value().records.size(), limit);
+            for (const auto& id : ids(page.value().records)) all.push_back(id);
+            after = page.value().next;
+        } while (!after.empty());
+        return all;
+    }
+
+    fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
+    FeXOService service;
+};
+
+TEST_F(NotificationInbox, PagesNewestFirstTiesByKeyUndatedLastAtEveryPageSizeWithOnlyItsOwnCursors)
+{
+    store("a", R"({"id":"a","createdAt":5})");
+    store("c", R"({"id":"c","createdAt":7.25})");
+    store("b", R"({"id":"b","createdAt":7.25})");
+    store("d", R"({"id":"d"})");
+    store("e", R"({"id":"e","createdAt":-1e9})");
+    store("", R"({"data":{"text":"no id"}})");
+    ASSERT_TRUE(sandbox.store()->setObject(fexo::PropertyListValue(std::string("not data")), "response_s"));
+    ASSERT_TRUE(sandbox.store()->setData("{}", "responsf"));
+    const std::vector<std::string> expected{"b", "c", "a", "e", "", "d"};
+    for (const std::size_t limit : {1, 2, 5, 6, 1000}) EXPECT_EQ(pageThrough(limit), expected) << limit;
+
+    const std::string next = service.fetchNotifications(2).value().next;
+    auto empty = service.fetchNotifications(0, next);
+    EXPECT_TRUE(empty.value().records.empty());
+    EXPECT_EQ(empty.value().next, next); // limit 0 moves nothing
+
+    std::string edited = next;
+    edited[5] = edited[5] == '0' ? '1' : '0';
+    for (const std::string& cursor :
+         {std::string("x"), next.substr(0, next.size() - 1), edited, next + "0", std::string("c1.n..00000000")}) {
+        const auto page = service.fetchNotifications(0, cursor);
+        ASSERT_THAT(page, fexo::test::IsFailureOfKind<fexo::DecodingError>()) << cursor;
+        EXPECT_EQ(page.error().as<fexo::DecodingError>()->kind(), fexo::DecodingError::Kind::dataCorrupted);
+    }
+}
+
+// Another process writes and deletes records around and between the pages' positions meanwhile.
+TEST_F(NotificationInbox, EveryRecordPresentThroughoutIsSeenOnceInOrderWhileAnotherProcessWrites)
+{
+    std::vector<std::string> expected;
+    auto records = sandbox.store();
+    records->performExclusively([&] {
+        for (int i = 0; i < 10000; ++i) {
+            const std::string id = "k" + std::to_string(10000 + i);
+            records->setData(R"({"id":")" + id + R"(","createdAt":)" + std::to_string(i / 7) + "}", "response_" + id);
+        }
+    });
+    for (int date = 9999 / 7; date >= 0; --date) { // seven to a date, by key within it
+        for (int i = date * 7; i < std::min(10000, date * 7 + 7); ++i)
+            expected.push_back("k" + std::to_string(10000 + i));
+    }
+    fexo::test::StartGate start;
+    fexo::test::StartGate churning;
+    fexo::test::ForkedProcess churn([&] {
+        start.pass();
+        FeXOService other;
+        other.write(Response(fexo::Date(0), {}, {}, {}, "k1x"));
+        churning.open();
+        for (int round = 0; round < 10000000; ++round) { // dates and keys among the stable ones; killed at the end
+            const Response added(fexo::Date(round % 1500), {}, {}, {}, "k1" + std::to_string(round % 3000) + "x");
+            other.write(added);
+            if (round % 2 == 1) other.deleteNotification("k1" + std::to_string((round - 1) % 3000) + "x");
+        }
+        return 0;
+    });
+    start.open();
+    churning.pass();
+    std::vector<std::string> seen;
+    std::size_t churned = 0;
+    for (const auto& id : pageThrough(97)) {
+        if (id.back() != 'x') seen.push_back(id);
+        churned += id.back() == 'x';
+    }
+    EXPECT_EQ(seen, expected);
+    EXPECT_GT(churned, 0u);
+}
+
+TEST_F(NotificationInbox, CountsAndMarksAllReadRewritingOnlyTheUnread)
+{
+    const std::string read = R"({ "id": "r", "isRead": true })"; // a rewrite would make it compact
+    store("r", read);
+    store("f", R"({"id":"f","isRead":false,"createdAt":3})");
+    store("n", R"({"id":"n"})");
+    EXPECT_EQ(service.unreadCount(), 2u);
+    service.markAllNotificationsAsRead();
+    EXPECT_EQ(service.unreadCount(), 0u);
+    EXPECT_EQ(sandbox.store()->dataForKey("response_r"), read);
+    for (const char* id : {"f", "n"}) EXPECT_EQ(service.fetchNotification(id)->isRead, true) << id;
+    EXPECT_EQ(service.fetchNotification("f")->id, "f");
+}
+
+// Each query of the index names it and reads it in order: no sort, no scan of the key range.
+TEST_F(NotificationInbox, EveryQueryReadsItsIndexWithoutASort)
+{
+    EXPECT_EQ(service.unreadCount(), 0u); // the first open made the index
+    const auto& queries = fexo::NotificationInbox::recordIndex().queries();
+    for (const auto* sql : {&queries.firstPage, &queries.sameOrderAfter, &queries.orderBelow, &queries.unorderedAfter,
+                            &queries.total, &queries.unflagged, &queries.unflaggedRows, &queries.counts}) {
+        const auto plan = fexo::StoreRecordIndex::queryPlan(*sandbox.store(), *sql);
+        EXPECT_NE(plan.find("INDEX fexo_records_"), std::string::npos) << plan;
+        EXPECT_EQ(plan.find("TEMP B-TREE"), std::string::npos) << plan;
+    }
+}
+
+// An older store, filled without the index, opened by two processes at the same moment.
+TEST_F(NotificationInbox, AnOlderStoreGetsItsIndexOnceAndStillTakesAnyBytes)
+{
+    auto old = sandbox.store();
+    old->performExclusively([&] {
+        for (int i = 0; i < 20000; ++i) {
+            const std::string id = std::to_string(i);
+            old->setData(R"({"id":")" + id + R"(","createdAt":)" + std::to_string(i % 100) +
+                             (i % 3 == 0 ? R"(,"isRead":true})" : "}"),
+                         "response_" + id);
+        }
+    });
+    fexo::test::StartGate gate;
+    std::vector<std::unique_ptr<fexo::test::ForkedProcess>> openers;
+    for (int i = 0; i < 2; ++i) {
+        openers.push_back(std::make_unique<fexo::test::ForkedProcess>([&gate] {
+            gate.pass();
+            return FeXOService().unreadCount() == 13333 ? 0 : 1;
+        }));
+    }
+    gate.open();
+    for (auto& opener : openers) EXPECT_EQ(opener->wait(std::chrono::seconds(60)), 0);
+
+    const auto first = service.fetchNotifications(3).value();
+    EXPECT_EQ(ids(first.records), (std::vector<std::string>{"10099", "10199", "10299"})); // by key, as text
+    EXPECT_TRUE(old->setData(std::string("\xff\0not json", 10), "response_zz"));
+    EXPECT_EQ(service.unreadCount(), 13334u); // its isRead is not true
+}
+
+} // namespace
