@@ -49,7 +49,8 @@ typedef enum fexo_status {
     FEXO_ERROR_TRANSPORT = 5,        /* the request failed: the error's domain is NSURLErrorDomain */
     FEXO_ERROR_CONFIGURATION = 6,    /* fexo_check_configuration found a mistake */
     FEXO_ERROR_OUT_OF_MEMORY = 7,
-    FEXO_ERROR_INTERNAL = 8 /* any other failure inside the library */
+    FEXO_ERROR_INTERNAL = 8,   /* any other failure inside the library */
+    FEXO_ERROR_UNAVAILABLE = 9 /* the system refused a resource: the store cannot be watched */
 } fexo_status;
 
 /** A constant English name of the status ("FEXO_ERROR_NOT_FOUND"); "unknown status" otherwise. */
@@ -149,6 +150,42 @@ FEXO_C_API fexo_status fexo_service_delete_all(fexo_service* service, fexo_error
 FEXO_C_API fexo_status fexo_service_write(fexo_service* service, const char* record_json, fexo_error** error);
 /** Deletes every stored record and nothing else: no server call, the device stays registered. */
 FEXO_C_API fexo_status fexo_service_logout(fexo_service* service, fexo_error** error);
+
+/* ---- the inbox ------------------------------------------------------------------------- */
+
+/** One page of at most `limit` stored records into *records_json (a JSON array, a string to free):
+ * newest "createdAt" first, ties by id ascending, records without "createdAt" after all others;
+ * and the cursor of the next page into *next_cursor (a string to free; empty after the last
+ * page). `after` is NULL or empty for the first page, else the cursor of the previous page;
+ * paging is by position, so a record written or deleted between two pages neither repeats nor
+ * shifts a later one. A `limit` of 0 gives an empty page whose cursor is `after` itself. A
+ * cursor this library did not produce is FEXO_ERROR_DECODING. */
+FEXO_C_API fexo_status fexo_service_fetch_page(fexo_service* service, size_t limit, const char* after,
+                                               char** records_json, char** next_cursor, fexo_error** error);
+/** The number of stored records whose "isRead" is not true, into *unread. */
+FEXO_C_API fexo_status fexo_service_unread_count(fexo_service* service, uint64_t* unread, fexo_error** error);
+/** Stores every record whose "isRead" is not true with "isRead" true, in one transaction. */
+FEXO_C_API fexo_status fexo_service_mark_all_read(fexo_service* service, fexo_error** error);
+
+typedef struct fexo_observation fexo_observation;
+
+/** Receives the store's counts (all records, and those whose "isRead" is not true) after the set
+ * of records changed in any process sharing the store: a push stored by an extension, a mark, a
+ * delete, a logout. On the store observer's thread (one per process), one call at a time over
+ * all observations, never on the URL session's thread and never inside a call of this process
+ * that changed the store; changes that arrive while a callback runs are folded into one call. */
+typedef void (*fexo_counts_callback)(uint64_t total, uint64_t unread, void* user);
+
+/** Starts observing the store (opening it now); the observation is in place when this returns,
+ * and lives until fexo_observation_free. FEXO_ERROR_UNAVAILABLE when the store's files cannot
+ * be watched (no inotify instance or watch left for this user). */
+FEXO_C_API fexo_status fexo_service_observe(fexo_service* service, fexo_counts_callback callback, void* user,
+                                            fexo_observation** observation, fexo_error** error);
+/** Stops the callbacks and frees the observation. No call starts after it returns, and one that
+ * is running is waited for, except when called from inside that callback, where it returns at
+ * once and the callback finishes normally: never wait in a callback for a thread that is freeing
+ * its observation. NULL is ignored. */
+FEXO_C_API void fexo_observation_free(fexo_observation* observation);
 
 /* ---- the notification extension -------------------------------------------------------- */
 

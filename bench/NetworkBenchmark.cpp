@@ -91,7 +91,6 @@ curl_slist* requestHeaders()
     return headers;
 }
 
-
 // A keep-alive easy handle and a SQLite table laid out as the store's, at the same durability.
 struct BarePush {
     CURL* easy = curl_easy_init();

@@ -25,6 +25,8 @@ const char* fexo_status_name(fexo_status status)
         return "FEXO_ERROR_OUT_OF_MEMORY";
     case FEXO_ERROR_INTERNAL:
         return "FEXO_ERROR_INTERNAL";
+    case FEXO_ERROR_UNAVAILABLE:
+        return "FEXO_ERROR_UNAVAILABLE";
     }
     return "unknown status";
 }

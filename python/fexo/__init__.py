@@ -12,12 +12,12 @@ import ctypes
 from . import _native
 from ._native import lib, take_string, text
 from .errors import (ConfigurationError, DecodingError, EncodingError, FeXOError, InternalError,
-                     InvalidArgumentError, TransportError)
+                     InvalidArgumentError, TransportError, UnavailableError)
 from .extension import FeXONotificationExtensionHandler
 
 __all__ = [
     "ConfigurationError", "DecodingError", "EncodingError", "FeXOError", "InternalError", "InvalidArgumentError",
-    "TransportError", "FeXONotificationExtensionHandler", "FeXOService", "NotificationData", "PushProvider",
+    "TransportError", "UnavailableError", "FeXONotificationExtensionHandler", "FeXOService", "NotificationData", "PushProvider",
     "Record", "check_configuration", "resources_directory", "set_resources_directory", "version",
     "wait_until_idle",
 ]

@@ -23,6 +23,7 @@ OwnedStringP = ctypes.POINTER(ctypes.c_void_p)
 
 REGISTRATION_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_char_p, ErrorP, ctypes.c_void_p)
 CONTENT_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_char_p, ctypes.c_void_p)
+COUNTS_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_uint64, ctypes.c_uint64, ctypes.c_void_p)
 
 
 def _library_path():
@@ -64,6 +65,11 @@ def _declare(lib):
         "fexo_service_delete_all": (status, [handle, ErrorPP]),
         "fexo_service_write": (status, [handle, ctypes.c_char_p, ErrorPP]),
         "fexo_service_logout": (status, [handle, ErrorPP]),
+        "fexo_service_fetch_page": (status, [handle, ctypes.c_size_t, ctypes.c_char_p, OwnedStringP, OwnedStringP, ErrorPP]),
+        "fexo_service_unread_count": (status, [handle, ctypes.POINTER(ctypes.c_uint64), ErrorPP]),
+        "fexo_service_mark_all_read": (status, [handle, ErrorPP]),
+        "fexo_service_observe": (status, [handle, COUNTS_CALLBACK, ctypes.c_void_p, ctypes.POINTER(handle), ErrorPP]),
+        "fexo_observation_free": (None, [handle]),
         "fexo_extension_handler_new": (handle, []),
         "fexo_extension_handler_free": (None, [handle]),
         "fexo_extension_handler_handle_notification": (

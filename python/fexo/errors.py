@@ -40,6 +40,11 @@ class InternalError(FeXOError):
     status = 8
 
 
+class UnavailableError(FeXOError):
+    """The system refused a resource (the store cannot be watched: no inotify watch left)."""
+    status = 9
+
+
 class ConfigurationError(Exception):
     """The exception the library would raise for its configuration file: `name` and `reason`."""
 
@@ -50,7 +55,7 @@ class ConfigurationError(Exception):
 
 
 _BY_STATUS = {cls.status: cls for cls in (InvalidArgumentError, DecodingError, EncodingError, TransportError,
-                                          InternalError)}
+                                          InternalError, UnavailableError)}
 
 
 def from_error(status, error):

@@ -28,6 +28,52 @@ def _registered(status, answer_json, error, key):
         future.set_exception(from_error(status, error))
 
 
+@_native.COUNTS_CALLBACK
+def _counted(total, unread, key):
+    # On the store observer's thread, one call at a time.
+    callback = _callbacks.peek(key)
+    if callback is not None:
+        callback(total, unread)
+
+
+class Page:
+    """One page of records, newest first, and the cursor of the next page ("" after the last)."""
+
+    def __init__(self, records, next):
+        self.records = records
+        self.next = next
+
+    def __repr__(self):
+        return f"Page(records={self.records!r}, next={self.next!r})"
+
+
+class Observation:
+    """Keeps an observe() callback running until cancel() or the end of a with block. Once cancel()
+    returns no callback runs, except when it is called from inside that callback."""
+
+    def __init__(self, handle, key):
+        self._handle = handle
+        self._key = key
+
+    def cancel(self):
+        handle, self._handle = self._handle, None
+        if handle:
+            lib.fexo_observation_free(handle)
+            _callbacks.take(self._key)
+
+    def __bool__(self):
+        return bool(self._handle)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.cancel()
+
+    def __del__(self):
+        self.cancel()
+
+
 class FeXOService:
     """Registers the device and reads and changes the records the extension stored.
 
@@ -123,3 +169,35 @@ class FeXOService:
     def logout(self):
         """Deletes every stored record; the device stays registered."""
         check(lib.fexo_service_logout, self._live())
+
+    def page(self, limit, after=None):
+        """At most `limit` records after the cursor `after` (None: from the start); a cursor this
+        library did not hand out raises DecodingError."""
+        records = _native.OwnedString()
+        cursor = _native.OwnedString()
+        check(lib.fexo_service_fetch_page, self._live(), limit, text(after) if after else None,
+              ctypes.byref(records), ctypes.byref(cursor))
+        next_cursor = take_string(cursor.value)
+        return Page([Record.from_object(value) for value in json.loads(take_string(records.value))], next_cursor)
+
+    def unread_count(self):
+        count = ctypes.c_uint64()
+        check(lib.fexo_service_unread_count, self._live(), ctypes.byref(count))
+        return count.value
+
+    def mark_all_as_read(self):
+        check(lib.fexo_service_mark_all_read, self._live())
+
+    def observe(self, callback):
+        """Calls `callback(total, unread)` after the set of records changed in any process sharing the
+        store, on the library's observer thread (one call at a time, changes during a call folded
+        into the next), until the returned Observation is cancelled. Raises UnavailableError when
+        the store cannot be watched."""
+        key = _callbacks.keep(callback)
+        handle = ctypes.c_void_p()
+        try:
+            check(lib.fexo_service_observe, self._live(), _counted, key, ctypes.byref(handle))
+        except BaseException:
+            _callbacks.take(key)
+            raise
+        return Observation(handle.value, key)

@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import queue
 import signal
 
 import pytest
@@ -33,6 +34,25 @@ def test_records_are_stored_read_changed_and_deleted(service):
     assert [record.id for record in service.fetch_all()] == ["n-2"]
     service.logout()
     assert service.fetch_all() == []
+
+
+def test_inbox_pages_counts_and_observes_changes(service):
+    seen = queue.Queue()
+    with service.observe(lambda total, unread: seen.put((total, unread))):
+        for i in range(5):
+            service.write({"id": f"n-{i}", "data": {"text": str(i)}})
+        pages = [service.page(2)]
+        while pages[-1].next:
+            pages.append(service.page(2, pages[-1].next))
+        assert [len(page.records) for page in pages] == [2, 2, 1]
+        assert sorted(record.id for page in pages for record in page.records) == [f"n-{i}" for i in range(5)]
+        assert service.unread_count() == 5
+        service.mark_all_as_read()
+        assert service.unread_count() == 0
+        while seen.get(timeout=10) != (5, 0):
+            pass
+    with pytest.raises(fexo.DecodingError):
+        service.page(2, "not a cursor")
 
 
 @pytest.mark.parametrize("text, code", [("not JSON", 4864), ('{"id": 5}', 4864), ('[1]', 4864)])
