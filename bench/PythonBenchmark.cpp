@@ -21,8 +21,8 @@
 
 namespace {
 
-constexpr int rounds = 5;
-constexpr int pushesPerRound = 200;
+constexpr int rounds = 11;
+constexpr int pushesPerRound = 100;
 
 double median(std::vector<double> values)
 {
@@ -116,7 +116,7 @@ int main(int argc, char** argv)
     std::cout << "push road through Python (median of " << rounds << " rounds of " << pushesPerRound
               << "): " << microseconds(pythonTime) << "; through C++: " << microseconds(cppTime) << "; Python/C++ "
               << ratio << std::endl;
-    appendSummary("push road through Python vs C++, median of 5 x 200", microseconds(pythonTime), microseconds(cppTime),
-                  ratio, "report", "-");
+    appendSummary("push road through Python vs C++, median of 11 rounds x 100", microseconds(pythonTime),
+                  microseconds(cppTime), ratio, "report", "-");
     return 0;
 }
