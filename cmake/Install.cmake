@@ -31,7 +31,7 @@ install(FILES
 # Relative to the file's own place, so that the installed tree can be moved.
 file(RELATIVE_PATH FEXO_PC_PREFIX_FROM_PCDIR /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" FEXO_PC_PREFIX_FROM_PCDIR "${FEXO_PC_PREFIX_FROM_PCDIR}")
-configure_file(${PROJECT_SOURCE_DIR}/cmake/FeXONotificationService.pc.in
-  ${PROJECT_BINARY_DIR}/FeXONotificationService.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/FeXONotificationService.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(pc FeXONotificationService FeXONotificationService-c)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${pc}.pc.in ${PROJECT_BINARY_DIR}/${pc}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

@@ -6,6 +6,8 @@ set(FEXO_PUBLIC_HEADERS
   FeXONotificationService/FeXOService.hpp
   FeXONotificationService/FeXONotificationExtensionHandler.hpp
   FeXONotificationService/FeXOConfigurationCheck.hpp
+  # The C interface (C99), on the same shared library.
+  FeXONotificationService/fexo.h
   FeXONotificationService/Response.hpp
   FeXONotificationService/NotificationData.hpp
   FeXONotificationService/RegisterDeviceModel.hpp

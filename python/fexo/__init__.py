@@ -1,0 +1,70 @@
+"""The FeXO notification service for Python, on the library's C interface (ctypes).
+
+    import fexo
+    fexo.check_configuration()          # raises fexo.ConfigurationError(name, reason)
+    with fexo.FeXOService() as service:
+        for record in service.fetch_all():
+            print(record.id, record.data and record.data.text)
+"""
+
+import ctypes
+
+from . import _native
+from ._native import lib, take_string, text
+from .errors import (ConfigurationError, DecodingError, EncodingError, FeXOError, InternalError,
+                     InvalidArgumentError, TransportError, UnavailableError)
+from .extension import FeXONotificationExtensionHandler
+
+__all__ = [
+    "ConfigurationError", "DecodingError", "EncodingError", "FeXOError", "InternalError", "InvalidArgumentError",
+    "TransportError", "UnavailableError", "FeXONotificationExtensionHandler", "FeXOService", "NotificationData", "PushProvider",
+    "Record", "check_configuration", "resources_directory", "set_resources_directory", "version",
+    "wait_until_idle",
+]
+
+
+# The host app's side (dataclasses, futures) is imported on first use, so that an extension
+# process, which must stay within a few tens of MiB, never loads it.
+_LAZY = {"FeXOService": "service", "PushProvider": "service", "NotificationData": "records", "Record": "records"}
+
+
+def __getattr__(name):
+    module = _LAZY.get(name)
+    if module is None:
+        raise AttributeError(f"module 'fexo' has no attribute {name!r}")
+    import importlib
+    value = getattr(importlib.import_module(f".{module}", __name__), name)
+    globals()[name] = value
+    return value
+
+
+def version():
+    """The library's version, "MAJOR.MINOR.PATCH"."""
+    return lib.fexo_version().decode()
+
+
+def check_configuration():
+    """Loads FeXOService-Info.plist as the library will; raises ConfigurationError with the name
+    and reason of the exception the library would raise. Changes nothing."""
+    name = _native.OwnedString()
+    reason = _native.OwnedString()
+    status = lib.fexo_check_configuration(ctypes.byref(name), ctypes.byref(reason))
+    if status == 7:
+        raise MemoryError("the FeXO library ran out of memory")
+    if status != 0:
+        raise ConfigurationError(take_string(name.value), take_string(reason.value))
+
+
+def resources_directory():
+    """Where FeXOService-Info.plist is looked up; "" when there is none."""
+    return take_string(lib.fexo_resources_directory()) or ""
+
+
+def set_resources_directory(path):
+    if lib.fexo_set_resources_directory(text(str(path))) != 0:
+        raise MemoryError("the FeXO library ran out of memory")
+
+
+def wait_until_idle(timeout=25.0):
+    """Waits until no request of the library is in flight, at most `timeout` seconds; True when idle."""
+    return bool(lib.fexo_session_wait_until_idle(int(timeout * 1000)))

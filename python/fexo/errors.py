@@ -1,0 +1,84 @@
+"""Exceptions: one per status of the C interface, each carrying the error's domain, code and
+descriptions (a transport error's platform code, a decoding error's description)."""
+
+from . import _native
+from ._native import lib
+
+
+class FeXOError(Exception):
+    """A failed call. `description` is the English sentence a user may see,
+    `debug_description` the developer's form; `domain` and `code` identify the error."""
+
+    status = None
+
+    def __init__(self, description, domain="FeXOErrorDomain", code=0, debug_description=""):
+        super().__init__(description)
+        self.description = description
+        self.domain = domain
+        self.code = code
+        self.debug_description = debug_description or description
+
+
+class InvalidArgumentError(FeXOError, ValueError):
+    status = 1
+
+
+class DecodingError(FeXOError):
+    status = 3
+
+
+class EncodingError(FeXOError):
+    status = 4
+
+
+class TransportError(FeXOError):
+    """The request failed; `code` is the platform's URL error code (-1004: cannot connect)."""
+    status = 5
+
+
+class InternalError(FeXOError):
+    status = 8
+
+
+class UnavailableError(FeXOError):
+    """The system refused a resource (the store cannot be watched: no inotify watch left)."""
+    status = 9
+
+
+class ConfigurationError(Exception):
+    """The exception the library would raise for its configuration file: `name` and `reason`."""
+
+    def __init__(self, name, reason):
+        super().__init__(f"{name}: {reason}")
+        self.name = name
+        self.reason = reason
+
+
+_BY_STATUS = {cls.status: cls for cls in (InvalidArgumentError, DecodingError, EncodingError, TransportError,
+                                          InternalError, UnavailableError)}
+
+
+def from_error(status, error):
+    """The exception for a failed status and its (borrowed) fexo_error, which may be NULL."""
+    if status == 7:
+        return MemoryError("the FeXO library ran out of memory")
+    cls = _BY_STATUS.get(status, FeXOError)
+    if not error:
+        name = lib.fexo_status_name(status).decode()
+        return cls(name, code=status)
+    return cls(lib.fexo_error_description(error).decode("utf-8", "replace"),
+               lib.fexo_error_domain(error).decode("utf-8", "replace"),
+               lib.fexo_error_code(error),
+               lib.fexo_error_debug_description(error).decode("utf-8", "replace"))
+
+
+def check(call, *arguments):
+    """Calls a C function whose last parameter is a fexo_error**; raises on failure."""
+    error = _native.ErrorP()
+    status = call(*arguments, _native.ctypes.byref(error))
+    if status == 0:
+        return
+    try:
+        raise from_error(status, error)
+    finally:
+        lib.fexo_error_free(error)
