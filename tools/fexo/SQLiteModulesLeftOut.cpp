@@ -12,9 +12,24 @@ struct sqlite3;
 
 extern "C" {
 
-int sqlite3Fts3Init(sqlite3*) { return 0; }
-int sqlite3Fts5Init(sqlite3*) { return 0; }
-int sqlite3RtreeInit(sqlite3*) { return 0; }
-int sqlite3DbstatRegister(sqlite3*) { return 0; }
-int sqlite3StmtVtabInit(sqlite3*) { return 0; }
+int sqlite3Fts3Init(sqlite3*)
+{
+    return 0;
+}
+int sqlite3Fts5Init(sqlite3*)
+{
+    return 0;
+}
+int sqlite3RtreeInit(sqlite3*)
+{
+    return 0;
+}
+int sqlite3DbstatRegister(sqlite3*)
+{
+    return 0;
+}
+int sqlite3StmtVtabInit(sqlite3*)
+{
+    return 0;
+}
 }
