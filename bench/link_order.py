@@ -24,15 +24,14 @@ import cold_process  # noqa: E402  (the push, the body and the configuration of 
 
 
 def executed_functions(profile, program):
-    """Symbol names of the functions callgrind saw run in `program`, in the order the profile
-    names them (roughly the order they first ran)."""
+    """Symbol names of the functions callgrind saw run in `program`."""
     names, seen, current_object = [], set(), None
     with open(profile) as text:
         for line in text:
             if line.startswith("ob="):
                 current_object = line[3:].strip()
             elif line.startswith("fn=") and current_object == program:
-                name = line[3:].strip()
+                name = line[3:].strip().split("'")[0]  # callgrind marks recursion levels as name'2
                 if name not in seen and not name.startswith("0x"):
                     seen.add(name)
                     names.append(name)
@@ -65,8 +64,10 @@ def main():
             server.wait()
     if not names:
         sys.exit("link_order: callgrind saw no function of " + program)
+    # Sorted: the whole list is placed together either way, and a rerun then shows as the
+    # functions that came and went.
     with open(args.out, "w") as out:
-        out.write("\n".join(names) + "\n")
+        out.write("\n".join(sorted(names)) + "\n")
     print(f"link_order: {len(names)} functions written to {os.path.normpath(args.out)}")
 
 

@@ -33,23 +33,26 @@ TEST(FexoTool, EveryCommandExplainsItselfAndUsageErrorsExitOne)
 
 TEST(FexoTool, TheCommandIsTheFirstArgumentThatIsNoOptionNorItsValue)
 {
-    const std::vector<std::pair<std::vector<const char*>, bool>> cases{
-        {{"serve"}, true},
-        {{"--resources", "r", "--app-groups", "g", "serve", "--port", "0"}, true},
-        {{"--resources=r", "demo"}, true},
-        {{"--help", "serve"}, true},
-        {{"--resources", "serve", "list"}, false},
-        {{"--app-groups", "demo", "handle-push"}, false},
-        {{"list", "serve"}, false},
-        {{"--", "serve"}, false},
-        {{"--help"}, false},
-        {{}, false},
-        {{"agent", "push"}, true}};
+    // The name decides both the hand-over (serve, demo, agent) and whether only handle-push is built.
+    const std::vector<std::pair<std::vector<const char*>, std::string_view>> cases{
+        {{"serve"}, "serve"},
+        {{"--resources", "r", "--app-groups", "g", "serve", "--port", "0"}, "serve"},
+        {{"--resources=r", "demo"}, "demo"},
+        {{"--help", "serve"}, "serve"},
+        {{"--resources", "serve", "list"}, "list"},
+        {{"--app-groups", "handle-push", "config"}, "config"},
+        {{"--help", "handle-push", "push.json"}, "handle-push"},
+        {{"--", "serve"}, ""},
+        {{"--help"}, ""},
+        {{}, ""},
+        {{"agent", "push"}, "agent"}};
     for (const auto& [arguments, expected] : cases) {
         std::vector<const char*> argv{"fexo"};
         argv.insert(argv.end(), arguments.begin(), arguments.end());
-        EXPECT_EQ(fexo::tool::chosenHandedOverCommand(static_cast<int>(argv.size()), argv.data()) != nullptr, expected)
-            << (arguments.empty() ? "(none)" : arguments.back());
+        const int argc = static_cast<int>(argv.size());
+        EXPECT_EQ(fexo::tool::chosenCommandName(argc, argv.data()), expected);
+        const bool handedOver = expected == "serve" || expected == "demo" || expected == "agent";
+        EXPECT_EQ(fexo::tool::chosenHandedOverCommand(argc, argv.data()) != nullptr, handedOver) << expected;
     }
 }
 
