@@ -29,9 +29,11 @@ void startTransportForOrigin(const std::string& baseURL)
     const auto url = URL::fromString(baseURL);
     if (!url || url->scheme() != "http" || proxyNamed()) return;
     // Each part of OpenSSL's start runs once per process, in whichever form is asked for first:
-    // libcurl's own start later finds these parts done and skips them.
-    OPENSSL_init_ssl(
-        OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_LOAD_SSL_STRINGS | OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS, nullptr);
+    // libcurl's own start later finds these parts done and skips them. No clean-up at exit
+    // either: it only frees memory that the process's end gives back anyway.
+    OPENSSL_init_ssl(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_LOAD_SSL_STRINGS |
+                         OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_NO_ATEXIT,
+                     nullptr);
 }
 
 } // namespace fexo::tool
