@@ -1,8 +1,10 @@
 #include <fexo/CommandHandOff.hpp>
 #include <fexo/Commands.hpp>
+#include <fexo/SQLiteForShortProcess.hpp>
 
 int main(int argc, char** argv)
 {
+    fexo::tool::configureSQLiteForShortProcess();
     if (const auto* handedOver = fexo::tool::chosenHandedOverCommand(argc, argv)) {
         fexo::tool::handOver(*handedOver, argv);
         return 1;
