@@ -40,6 +40,28 @@ def timed(command, env):
     return elapsed, rss, done.stdout.decode()
 
 
+def prepare(work, base_url, fexo_program):
+    """Writes the configuration, the push and the body into `work`; returns the fexo and curl
+    command lines of one run each."""
+    resources = os.path.join(work, "resources")
+    os.makedirs(resources)
+    with open(os.path.join(resources, "FeXOService-Info.plist"), "wb") as out:
+        plistlib.dump({"FEXO_BASE_URL": base_url, "CLIENT_SECRET": CLIENT_SECRET, "CLIENT_ID": CLIENT_ID,
+                       "APP_GROUP": "group.bench.fexo", "BUNDLE_ID": "com.example.host"}, out)
+    push = os.path.join(work, "push.json")
+    with open(push, "w") as out:
+        out.write(PUSH)
+    body = os.path.join(work, "body.json")
+    with open(body, "w") as out:
+        out.write(BODY)
+    fexo = [fexo_program, "--resources", resources, "--app-groups", os.path.join(work, "app-groups"),
+            "handle-push", push]
+    curl = ["curl", "-sS", "-o", "/dev/null", "-H", "Content-Type: application/json",
+            "-H", "client_secret: " + CLIENT_SECRET, "-H", "client_id: " + CLIENT_ID,
+            "--data-binary", "@" + body, base_url + PATH]
+    return fexo, curl
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--fexo", required=True)
@@ -53,24 +75,8 @@ def main():
     with tempfile.TemporaryDirectory(prefix="fexo-bench-cold-") as work:
         server = subprocess.Popen([args.server], stdout=subprocess.PIPE, text=True)
         try:
-            base_url = server.stdout.readline().strip()
-            resources = os.path.join(work, "resources")
-            os.makedirs(resources)
-            with open(os.path.join(resources, "FeXOService-Info.plist"), "wb") as out:
-                plistlib.dump({"FEXO_BASE_URL": base_url, "CLIENT_SECRET": CLIENT_SECRET, "CLIENT_ID": CLIENT_ID,
-                               "APP_GROUP": "group.bench.fexo", "BUNDLE_ID": "com.example.host"}, out)
-            push = os.path.join(work, "push.json")
-            with open(push, "w") as out:
-                out.write(PUSH)
-            body = os.path.join(work, "body.json")
-            with open(body, "w") as out:
-                out.write(BODY)
+            fexo, curl = prepare(work, server.stdout.readline().strip(), args.fexo)
             env = dict(os.environ)
-            fexo = [args.fexo, "--resources", resources, "--app-groups", os.path.join(work, "app-groups"),
-                    "handle-push", push]
-            curl = ["curl", "-sS", "-o", "/dev/null", "-H", "Content-Type: application/json",
-                    "-H", "client_secret: " + CLIENT_SECRET, "-H", "client_id: " + CLIENT_ID,
-                    "--data-binary", "@" + body, base_url + PATH]
 
             for _ in range(3):
                 _, _, out = timed(fexo, env)

@@ -26,6 +26,31 @@ TEST(FexoTool, EveryCommandExplainsItselfAndUsageErrorsExitOne)
     }
 }
 
+TEST(FexoTool, TheCommandIsTheFirstArgumentThatIsNoOptionNorItsValue)
+{
+    // The name decides both the hand-over (serve, demo, agent) and whether only handle-push is built.
+    const std::vector<std::pair<std::vector<const char*>, std::string_view>> cases{
+        {{"serve"}, "serve"},
+        {{"--resources", "r", "--app-groups", "g", "serve", "--port", "0"}, "serve"},
+        {{"--resources=r", "demo"}, "demo"},
+        {{"--help", "serve"}, "serve"},
+        {{"--resources", "serve", "list"}, "list"},
+        {{"--app-groups", "handle-push", "config"}, "config"},
+        {{"--help", "handle-push", "push.json"}, "handle-push"},
+        {{"--", "serve"}, ""},
+        {{"--help"}, ""},
+        {{}, ""},
+        {{"agent", "push"}, "agent"}};
+    for (const auto& [arguments, expected] : cases) {
+        std::vector<const char*> argv{"fexo"};
+        argv.insert(argv.end(), arguments.begin(), arguments.end());
+        const int argc = static_cast<int>(argv.size());
+        EXPECT_EQ(fexo::tool::chosenCommandName(argc, argv.data()), expected);
+        const bool handedOver = expected == "serve" || expected == "demo" || expected == "agent";
+        EXPECT_EQ(fexo::tool::chosenHandedOverCommand(argc, argv.data()) != nullptr, handedOver) << expected;
+    }
+}
+
 TEST(FexoTool, TheDemoRunsEveryStep)
 {
     ToolSandbox sandbox(FEXO_TOOL_PATH);

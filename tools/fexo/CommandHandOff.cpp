@@ -12,20 +12,26 @@
 
 namespace fexo::tool {
 
-const HandedOverCommand* chosenHandedOverCommand(int argc, const char* const* argv)
+std::string_view chosenCommandName(int argc, const char* const* argv)
 {
     for (int i = 1; i < argc; ++i) {
         const std::string_view argument = argv[i];
-        if (argument == "--") return nullptr;
+        if (argument == "--") return {};
         if (argument == "--resources" || argument == "--app-groups") {
             ++i;
             continue;
         }
         if (argument.starts_with('-')) continue;
-        for (const auto& command : handedOverCommands) {
-            if (command.name == argument) return &command;
-        }
-        return nullptr;
+        return argument;
+    }
+    return {};
+}
+
+const HandedOverCommand* chosenHandedOverCommand(int argc, const char* const* argv)
+{
+    const std::string_view chosen = chosenCommandName(argc, argv);
+    for (const auto& command : handedOverCommands) {
+        if (!chosen.empty() && command.name == chosen) return &command;
     }
     return nullptr;
 }

@@ -4,11 +4,17 @@
 
 #include <CLI/CLI.hpp>
 
+#include <string_view>
+
 namespace fexo::tool {
 
-// The handed-over command that `argv` chooses, or null: the first argument that is neither an
-// option nor the value of --resources or --app-groups decides (a help flag before the command
-// name asks for that command's help, which its executable gives).
+// The command name that `argv` chooses: the first argument that is neither an option nor the
+// value of --resources or --app-groups (a help flag before the command name asks for that
+// command's help). Empty when there is none before "--". Points into `argv`.
+std::string_view chosenCommandName(int argc, const char* const* argv);
+
+// The handed-over command that `argv` chooses (chosenCommandName), or null; its executable gives
+// its help too.
 const HandedOverCommand* chosenHandedOverCommand(int argc, const char* const* argv);
 
 // Adds the handed-over commands to fexo's command line so that its help lists them. Choosing one
