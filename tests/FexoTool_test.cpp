@@ -2,6 +2,8 @@
 // fexo-devserver with their options, and the demo runs end to end.
 #include <support/ToolSandbox.hpp>
 
+#include <fexo/CommandHandOff.hpp>
+
 #include <gtest/gtest.h>
 
 namespace {
