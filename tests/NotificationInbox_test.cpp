@@ -1,12 +1,10 @@
 // The inbox operations of FeXOService on real store files: order, cursors, counts, marking, the
 // index of older stores and the plans of its queries.
 #include <support/ForkedProcess.hpp>
-#include <support/ResultMatchers.hpp>
 #include <support/ToolSandbox.hpp>
 
 #include <FeXONotificationService/FeXOService.hpp>
 #include <FeXONotificationService/NotificationInbox.hpp>
-#include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXOPlatform/DecodingError.hpp>
 #include <FeXOPlatform/StoreRecordIndex.hpp>
 #include <FeXOPlatform/UserDefaults.hpp>
@@ -20,12 +18,6 @@ using fexo::Response;
 
 class NotificationInbox : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        sandbox.configure("http://127.0.0.1:9");
-        fexo::resetSharedConfigurationForTesting();
-    }
-
     // Raw bytes under a record's key, as any writer of the store (old or new) leaves them.
     void store(const std::string& id, const std::string& json) const
     {
@@ -33,12 +25,6 @@ protected:
     }
     // The app group's store, opened in this process.
     std::shared_ptr<fexo::UserDefaults> store() const { return fexo::UserDefaults::open(sandbox.values().appGroup); }
-    static std::vector<std::string> ids(const std::vector<Response>& records)
-    {
-        std::vector<std::string> result;
-        for (const auto& record : records) result.push_back(record.id.value_or(""));
-        return result;
-    }
     // Every page of `limit` from the start, joined.
     std::vector<std::string> pageThrough(std::size_t limit)
     {
@@ -48,7 +34,7 @@ protected:
             auto page = service.fetchNotifications(limit, after);
             EXPECT_TRUE(page.isSuccess());
             EXPECT_LE(page.value().records.size(), limit);
-            for (const auto& id : ids(page.value().records)) all.push_back(id);
+            for (const auto& record : page.value().records) all.push_back(record.id.value_or(""));
             after = page.value().next;
         } while (!after.empty());
         return all;
@@ -139,7 +125,6 @@ TEST_F(NotificationInbox, CountsAndMarksAllReadRewritingOnlyTheUnread)
     EXPECT_EQ(service.unreadCount(), 0u);
     EXPECT_EQ(store()->dataForKey("response_r"), read);
     for (const char* id : {"f", "n"}) EXPECT_EQ(service.fetchNotification(id)->isRead, true) << id;
-    EXPECT_EQ(service.fetchNotification("f")->id, "f");
 }
 
 // Each query of the index names it and reads it in order: no sort, no scan of the key range.
@@ -178,8 +163,8 @@ TEST_F(NotificationInbox, AnOlderStoreGetsItsIndexOnceAndStillTakesAnyBytes)
     gate.open();
     for (auto& opener : openers) EXPECT_EQ(opener->wait(std::chrono::seconds(60)), 0);
 
-    const auto first = service.fetchNotifications(3).value();
-    EXPECT_EQ(ids(first.records), (std::vector<std::string>{"10099", "10199", "10299"})); // by key, as text
+    const auto first = service.fetchNotifications(2).value().records;
+    EXPECT_EQ(first.at(0).id.value() + " " + first.at(1).id.value(), "10099 10199"); // by key, as text
     EXPECT_TRUE(old->setData(std::string("\xff\0not json", 10), "response_zz"));
     EXPECT_EQ(service.unreadCount(), 13334u); // its isRead is not true
 }
