@@ -5,7 +5,6 @@
 #include <common/DeliveredContent.hpp>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <sys/stat.h>
@@ -56,8 +55,7 @@ public:
             << "</servicedir><policy context=\"default\">"
             << "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow own=\"*\"/>"
             << "</policy></busconfig>";
-        address_ = "unix:path=" + (dir / "bus").string();
-        ::setenv("DBUS_SESSION_BUS_ADDRESS", address_.c_str(), 1); // inherited by every activated service
+        ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (dir / "bus").string()).c_str(), 1); // inherited
         daemon_ = std::make_unique<ChildProcess>(
             "/usr/bin/dbus-daemon",
             std::vector<std::string>{"--nofork", "--print-address=1", "--config-file=" + (dir / "bus.conf").string()});
@@ -108,11 +106,9 @@ public:
             .withArguments("org.freedesktop.Notifications", "ActionInvoked", "us",
                            std::vector<sdbus::Variant>{notification, std::string("default")});
     }
-    const std::filesystem::path& directory() const { return directory_.path(); }
 
 private:
     TemporaryDirectory directory_;
-    std::string address_;
     std::unique_ptr<ChildProcess> daemon_;
     std::unique_ptr<sdbus::IConnection> connection_;
     std::unique_ptr<sdbus::IProxy> agent_;
@@ -147,12 +143,9 @@ TEST(Agent, ShowsTheServersContentOnceElseTheOriginalAfterTheExtensionGaveUp)
 
 TEST(Agent, ShowsTheOriginalOnceWhenTheExtensionMisbehaves)
 {
-    for (const auto& [behaviour, limits] :
-         std::vector<std::pair<std::string, std::string>>{{"crash", ""},
-                                                          {"fail", ""},
-                                                          {"garbage", ""},
-                                                          {"hang", " --time-limit 0.3"},
-                                                          {"memory", " --memory-limit 64"}}) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"crash", ""}, {"fail", ""}, {"garbage", ""}, {"hang", " --time-limit 0.3"}, {"memory", " --memory-limit 64"}};
+    for (const auto& [behaviour, limits] : cases) {
         SCOPED_TRACE(behaviour);
         AgentBus bus("--extension '" + misbehave + " " + behaviour + "'" + limits);
         const auto id = bus.push(pushWithAlert(behaviour).dump());

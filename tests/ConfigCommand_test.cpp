@@ -6,33 +6,27 @@
 
 namespace {
 
-// Both forms of the file are the property-list reader's; the binary one can carry controls.
-TEST(ConfigCommand, PrintsTheSettingsWithTheSecretMaskedAndControlsEscaped)
+// Both forms of the file are the property-list reader's; the binary one can carry controls. The
+// messages of a broken file are the library's; the command tells them on one line and exits 1.
+TEST(ConfigCommand, PrintsTheSettingsWithTheSecretMaskedAndControlsEscapedOrTheLibrarysException)
 {
     fexo::test::ToolSandbox sandbox(FEXO_TOOL_PATH);
-    fexo::test::writeConfigurationWithPython(
-        sandbox.resources(),
-        "{'FEXO_BASE_URL': 'http://127.0.0.1:8080/', 'CLIENT_SECRET': 'very-secret-value-9876', "
-        "'CLIENT_ID': 'app\\nCLIENT_ID=forged', 'APP_GROUP': 'g\\x1b]0;title\\x07', 'BUNDLE_ID': 'com.\\u00e9'}",
-        true);
-    const auto result = sandbox.run({"config", "check"});
-    EXPECT_EQ(result.exitCode, 0) << result.standardError;
-    EXPECT_EQ(result.standardOutput,
-              "FEXO_BASE_URL=http://127.0.0.1:8080/\nCLIENT_SECRET=****9876\nCLIENT_ID=app\\nCLIENT_"
-              "ID=forged\nAPP_GROUP=g\\x1B]0;title\\x07\nBUNDLE_ID=com.\u00e9\n");
-    EXPECT_EQ(result.standardError, "");
-}
-
-// The messages themselves are the library's; the command tells them on one line and exits 1.
-TEST(ConfigCommand, ReportsTheExceptionTheLibraryWouldRaise)
-{
-    fexo::test::ToolSandbox sandbox(FEXO_TOOL_PATH);
-    fexo::test::writeConfigurationWithPython(sandbox.resources(), "{'FEXO_BASE_URL': 'u', 'CLIENT_ID': 5}", true);
-    const auto result = sandbox.run({"--resources", sandbox.resources(), "config", "check"});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_EQ(result.standardError,
-              "fexo: NSObjectNotAvailableException: CLIENT_SECRET is not found in FeXOService-Info.plist\n");
-    EXPECT_EQ(result.standardOutput, "");
+    const std::tuple<std::string, int, std::string, std::string> cases[] = {
+        {"{'FEXO_BASE_URL': 'http://127.0.0.1:8080/', 'CLIENT_SECRET': 'very-secret-value-9876', "
+         "'CLIENT_ID': 'app\\nCLIENT_ID=forged', 'APP_GROUP': 'g\\x1b]0;title\\x07', 'BUNDLE_ID': 'com.\\u00e9'}",
+         0,
+         "FEXO_BASE_URL=http://127.0.0.1:8080/\nCLIENT_SECRET=****9876\nCLIENT_ID=app\\nCLIENT_"
+         "ID=forged\nAPP_GROUP=g\\x1B]0;title\\x07\nBUNDLE_ID=com.\u00e9\n",
+         ""},
+        {"{'FEXO_BASE_URL': 'u', 'CLIENT_ID': 5}", 1, "",
+         "fexo: NSObjectNotAvailableException: CLIENT_SECRET is not found in FeXOService-Info.plist\n"},
+    };
+    for (const auto& [dictionary, exitCode, printed, error] : cases) {
+        fexo::test::writeConfigurationWithPython(sandbox.resources(), dictionary, true);
+        const auto result = sandbox.run({"--resources", sandbox.resources(), "config", "check"});
+        EXPECT_EQ(std::tie(result.exitCode, result.standardOutput, result.standardError),
+                  std::tie(exitCode, printed, error));
+    }
 }
 
 TEST(ConfigCommand, WarnsWhenTheSecretWouldTravelInClear)

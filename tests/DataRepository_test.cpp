@@ -2,12 +2,10 @@
 #include <FeXONotificationService/UserDefaultsDataStorage.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
 
-#include <support/Configuration.hpp>
 #include <support/ForkedProcess.hpp>
-#include <support/TemporaryDirectory.hpp>
+#include <support/ToolSandbox.hpp>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -18,17 +16,10 @@ using namespace std::chrono_literals;
 
 class DataRepositoryTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        ::setenv("FEXO_APP_GROUPS_DIR", (directory.path() / "groups").c_str(), 1);
-        fexo::test::installConfiguration(directory.path());
-    }
-    void TearDown() override { ::unsetenv("FEXO_APP_GROUPS_DIR"); }
-
     static DataRepository makeRepository() { return DataRepository(std::make_shared<fexo::UserDefaultsDataStorage>()); }
     fexo::UserDefaults& defaults() { return repository.dataStorage()->userDefaults(); }
 
-    fexo::test::TemporaryDirectory directory;
+    fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
     DataRepository repository = makeRepository();
 };
 

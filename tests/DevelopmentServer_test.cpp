@@ -112,8 +112,7 @@ TEST_F(DevelopmentServerTest, KeepsRegistrationsAndQueuesInItsDataDirectoryAndHa
 TEST(ServeCommand, TakesCredentialsFromTheConfigurationOrItsFlagsUntilSIGTERM)
 {
     fexo::test::TemporaryDirectory resources;
-    fexo::test::ConfigurationValues values;
-    values.clientId = "configured-id";
+    const fexo::test::ConfigurationValues values{.clientId = "configured-id"};
     fexo::test::installConfiguration(resources.path(), values);
     fexo::test::ChildProcess serve(
         FEXO_TOOL_PATH, {"--resources", resources.path(), "serve", "--port", "0", "--client-secret", "flag-secret"});

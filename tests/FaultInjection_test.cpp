@@ -60,19 +60,15 @@ constexpr double totalDeadline = 10.0; // the shared session's resource timeout 
     X(validStatus, 30, 1)   /* any status with a valid record as the body */                                           \
     X(invalidStatus, 27, 0) /* any status with a body that is not a record */
 #define NAME(fault, weight, outcome) fault,
+#define TRAITS(fault, weight, outcome) {#fault, weight, static_cast<int>(outcome)},
 enum class Fault {
     FAULTS(NAME)
 };
-#undef NAME
-#define TEXT(fault, weight, outcome) #fault,
-constexpr std::array names{FAULTS(TEXT)};
-#undef TEXT
-#define WEIGHT(fault, weight, outcome) weight,
-constexpr std::array weights{FAULTS(WEIGHT)};
-#undef WEIGHT
-#define OUTCOME(fault, weight, outcome) static_cast<int>(outcome),
-constexpr std::array outcomes{FAULTS(OUTCOME)};
-#undef OUTCOME
+constexpr struct {
+    const char* name;
+    int weight;
+    int outcome;
+} traits[] = {FAULTS(TRAITS)};
 
 // What one request is answered with, decided before it is sent.
 struct Plan {
@@ -331,7 +327,9 @@ std::vector<Plan> makePlans(std::size_t count, unsigned seed)
 {
     std::mt19937 random(seed);
     auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
-    std::discrete_distribution<int> pick(weights.begin(), weights.end());
+    std::discrete_distribution<int> pick(std::size(traits), 0, std::size(traits), [](double at) {
+        return traits[static_cast<std::size_t>(at)].weight; // called at each index plus one half
+    });
     std::vector<Plan> plans(count);
     std::map<Fault, int> slow;
     for (std::size_t i = 0; i < count; ++i) {
@@ -366,7 +364,7 @@ int expectedOutcome(const Plan& plan)
 {
     if (plan.fault == Fault::redirectSame && plan.variant) return URLError::httpTooManyRedirects;
     if (plan.fault == Fault::validStatus && (plan.status == 204 || plan.status == 304)) return 0;
-    return outcomes[static_cast<std::size_t>(plan.fault)];
+    return traits[static_cast<std::size_t>(plan.fault)].outcome;
 }
 
 std::string outcomeOf(const fexo::Result<fexo::Response>& result, const fexo::Response& record)
@@ -394,7 +392,7 @@ TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates
     });
     const std::string nobody = "http://127.0.0.1:" + std::to_string(fexo::test::unusedLoopbackPort());
     fexo::test::TemporaryDirectory directory;
-    fexo::test::installConfiguration(directory.path(), server.url(FaultServer::main));
+    fexo::test::installConfiguration(directory.path(), {.baseURL = server.url(FaultServer::main)});
 
     // Completions may outlive this scope when the test fails early: they hold only this.
     struct Tally {
@@ -411,8 +409,9 @@ TEST(FaultInjectionTest, EveryRequestCompletesOnceWithTheOutcomeItsFaultDictates
     for (std::size_t i = 0; i < count; ++i) {
         ASSERT_TRUE(tally->window.try_acquire_for(patience)) << "no completion for " << patience.count() << " s";
         const Plan& plan = plans[i];
-        const std::string label = "request " + std::to_string(i) + " (" + names[static_cast<std::size_t>(plan.fault)] +
-                                  ", status " + std::to_string(plan.status) + "): got ";
+        const std::string label = "request " + std::to_string(i) + " (" +
+                                  traits[static_cast<std::size_t>(plan.fault)].name + ", status " +
+                                  std::to_string(plan.status) + "): got ";
         auto completion = [tally, i, label, record = plan.record,
                            expected = std::to_string(expectedOutcome(plan))](fexo::Result<fexo::Response> result) {
             if (tally->running.exchange(true)) tally->overlapped = true;

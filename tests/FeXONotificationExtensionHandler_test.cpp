@@ -5,9 +5,8 @@
 #include <FeXOPlatform/URLSession.hpp>
 
 #include <support/Completion.hpp>
-#include <support/Configuration.hpp>
 #include <support/LoopbackServer.hpp>
-#include <support/TemporaryDirectory.hpp>
+#include <support/ToolSandbox.hpp>
 
 #include <gtest/gtest.h>
 
@@ -34,10 +33,8 @@ protected:
     void SetUp() override
     {
         server.closeConnectionsAfterEachAnswer();
-        ::setenv("FEXO_APP_GROUPS_DIR", (directory.path() / "groups").c_str(), 1);
-        fexo::test::installConfiguration(directory.path(), server.baseURL());
+        sandbox.configure(server.baseURL());
     }
-    void TearDown() override { ::unsetenv("FEXO_APP_GROUPS_DIR"); }
 
     // Answers `body`, hands one push to a handler dropped at once and waits until nothing is in
     // flight; the content must be delivered once, on another thread.
@@ -61,7 +58,7 @@ protected:
     }
     nlohmann::json requestBody(std::size_t index) { return fexo::JSONDecoder::parse(server.requests().at(index).body); }
 
-    fexo::test::TemporaryDirectory directory;
+    fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
     fexo::test::LoopbackServer server;
 };
 

@@ -18,7 +18,11 @@ TEST(InboxCommands, AWatchShowsAPushStoredByTheExtensionAndALogoutOfTheApp)
     EXPECT_EQ(json::parse(watch.readLine()), (json{{"total", 0}, {"unread", 0}, {"newest", nullptr}}));
 
     const json push = sandbox.queueNotification("recipient-1", "Your parcel is on its way", "FeXO Post");
-    ASSERT_EQ(sandbox.run({"handle-push"}, push.dump()).exitCode, 0);
+    const auto handled = sandbox.run({"handle-push", "--timeout", "1e10"}, push.dump()); // a long limit, not none
+    ASSERT_EQ(handled.exitCode, 0) << handled.standardError;
+    EXPECT_TRUE(
+        handled.standardOutput.ends_with(R"({"title":"FeXO Post","body":"Your parcel is on its way","rewritten":true})"
+                                         "\n"));
     const json line = json::parse(watch.readLine());
     EXPECT_EQ(line["total"], 1);
     EXPECT_EQ(line["unread"], 1);
@@ -35,7 +39,6 @@ TEST(InboxCommands, AWatchShowsAPushStoredByTheExtensionAndALogoutOfTheApp)
 TEST(InboxCommands, ListPagesWithTheCursorItPrintsAndAgreesWithTheWholeList)
 {
     fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
-    sandbox.configure("http://127.0.0.1:9");
     for (int i = 0; i < 5; ++i) {
         const json record{{"id", "r" + std::to_string(i)}, {"createdAt", i % 2}};
         ASSERT_EQ(sandbox.run({"write", "-"}, record.dump()).exitCode, 0);

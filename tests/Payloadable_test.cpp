@@ -28,14 +28,6 @@ TEST(RequestBodies, EveryKeyIsWrittenCompactlyWithItsTypeAndDecodesBackToTheReco
     EXPECT_EQ(fexo::JSONDecoder{}.decode<DeviceInfo>(*full.payload()), full);
 }
 
-TEST(RequestBodies, TextThatIsNotUTF8GivesNoBodyAndPrintsTheError)
-{
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(fexo::NotificationRequestInfo("\xff", "").payload().has_value());
-    const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_NE(printed.find("invalidValue"), std::string::npos) << printed;
-}
-
 TEST(RequestBodies, DecodingRequiresEveryKey)
 {
     const auto valid = nlohmann::json::parse(*DeviceInfo().payload());

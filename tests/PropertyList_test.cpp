@@ -29,6 +29,21 @@ std::string binaryList(const std::vector<std::string>& objects)
            bigEndian(out.size(), 8);
 }
 
+// `levels` arrays, each holding the next: as XML, and as the objects of a binary list.
+std::string nestedXML(int levels)
+{
+    std::string open, close;
+    for (int i = 0; i < levels; ++i) open += "<array>", close += "</array>";
+    return "<plist version=\"1.0\">" + open + close + "</plist>";
+}
+std::vector<std::string> nestedObjects(int levels)
+{
+    std::vector<std::string> objects;
+    for (int i = 0; i < levels; ++i) objects.push_back("\xa1" + bigEndian(i + 1, 4));
+    objects.push_back("\xa0");
+    return objects;
+}
+
 TEST(PropertyList, EveryKindSurvivesBothFormsAndStaysItsKind)
 {
     const PropertyListValue value(PropertyListValue::Dictionary{
@@ -78,19 +93,11 @@ TEST(PropertyList, TextKeepsEveryByteAndAKeyWithNulIsRefused)
 
 TEST(PropertyList, HostileNestingAndSharingEndInNothingNotInACrash)
 {
-    constexpr int levels = 200000;
-    EXPECT_FALSE(PropertyList::parse("<plist version=\"1.0\">" + [] {
-        std::string s;
-        for (int i = 0; i < levels; ++i) s += "<array>";
-        for (int i = 0; i < levels; ++i) s += "</array>";
-        return s;
-    }() + "</plist>"));
-    std::vector<std::string> deep, shared;
-    for (int i = 0; i < levels; ++i) deep.push_back("\xa1" + bigEndian(i + 1, 4));
+    EXPECT_FALSE(PropertyList::parse(nestedXML(200000)));
+    EXPECT_FALSE(PropertyList::parse(binaryList(nestedObjects(200000))));
+    std::vector<std::string> shared;
     for (int i = 0; i < 40; ++i) shared.push_back("\xa2" + bigEndian(i + 1, 4) + bigEndian(i + 1, 4)); // 2^40 nodes
-    deep.push_back("\xa0");
     shared.push_back("\xa0");
-    EXPECT_FALSE(PropertyList::parse(binaryList(deep)));
     EXPECT_FALSE(PropertyList::parse(binaryList(shared)));
     shared.erase(shared.begin(), shared.end() - 6);
     for (int i = 0; i < 5; ++i) shared[i] = "\xa2" + bigEndian(i + 1, 4) + bigEndian(i + 1, 4);
@@ -101,15 +108,7 @@ TEST(PropertyList, HostileNestingAndSharingEndInNothingNotInACrash)
 // there, a deep one (either form) must not be, or the recursion overruns that stack.
 TEST(PropertyList, DeepListsAreReadOffASmallCallerStack)
 {
-    const auto nestedXML = [](int levels) {
-        std::string open, close;
-        for (int i = 0; i < levels; ++i) open += "<array>", close += "</array>";
-        return "<plist version=\"1.0\">" + open + close + "</plist>";
-    };
-    std::vector<std::string> binary;
-    for (int i = 0; i < 500; ++i) binary.push_back("\xa1" + bigEndian(i + 1, 4));
-    binary.push_back("\xa0");
-    for (std::string input : {nestedXML(8), nestedXML(500), binaryList(binary)}) {
+    for (std::string input : {nestedXML(8), nestedXML(500), binaryList(nestedObjects(500))}) {
         pthread_attr_t attributes;
         pthread_attr_init(&attributes);
         pthread_attr_setstacksize(&attributes, 64 * 1024);

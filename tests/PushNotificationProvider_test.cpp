@@ -18,24 +18,20 @@ using fexo::Result;
 using fexo::test::IsFailureWith;
 using fexo::test::IsSuccess;
 
-fexo::DeviceInfo device(std::string id = "device-1")
-{
-    return {std::move(id), "token-1", "+4912345", "com.example.host",      "iOS", "17.0",
-            "imei-a",      "imei-b",  "",         fexo::PushProvider::APNS};
-}
+const fexo::DeviceInfo device("device-1", "token-1", "", "", "", "", "", "", "", fexo::PushProvider::APNS);
 
 class PushNotificationProviderTest : public testing::Test {
 protected:
     void SetUp() override
     {
         server.closeConnectionsAfterEachAnswer();
-        fexo::test::installConfiguration(directory.path(), server.baseURL());
+        fexo::test::installConfiguration(directory.path(), {.baseURL = server.baseURL()});
     }
 
     Result<fexo::RegisterDeviceModel> registerDevice()
     {
         fexo::test::Completion<Result<fexo::RegisterDeviceModel>> completion;
-        provider.registerDevice(device(), completion.handler());
+        provider.registerDevice(device, completion.handler());
         auto result = completion.wait();
         EXPECT_TRUE(fexo::URLSession::shared().waitUntilIdle(fexo::test::patience));
         EXPECT_EQ(completion.calls(), 1);
@@ -85,7 +81,7 @@ TEST_F(PushNotificationProviderTest, ErrorWinsOverDataThatCameWithIt)
     const fexo::PushNotificationProvider scripted(std::make_shared<ScriptedNetwork>(
         "{}", fexo::URLError(fexo::URLError::networkConnectionLost, std::string("http://h/"))));
     fexo::test::Completion<Result<fexo::RegisterDeviceModel>> completion;
-    scripted.registerDevice(device(), completion.handler());
+    scripted.registerDevice(device, completion.handler());
     EXPECT_THAT(*completion.wait(), IsFailureWith(fexo::URLError::networkConnectionLost));
 }
 
@@ -95,7 +91,7 @@ TEST_F(PushNotificationProviderDeathTest, AnswerWithNeitherErrorNorDataEndsThePr
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const fexo::PushNotificationProvider scripted(std::make_shared<ScriptedNetwork>(std::nullopt, std::nullopt));
-    EXPECT_DEATH(scripted.registerDevice(device(), [](auto) { std::_Exit(3); }), "Fatal error");
+    EXPECT_DEATH(scripted.registerDevice(device, [](auto) { std::_Exit(3); }), "Fatal error");
 }
 
 } // namespace

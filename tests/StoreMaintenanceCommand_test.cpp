@@ -18,7 +18,6 @@ using fexo::test::ToolSandbox;
 TEST(StoreMaintenanceCommand, ADamagedStoreIsRefusedCheckedAndRepaired)
 {
     ToolSandbox sandbox(FEXO_TOOL_PATH);
-    sandbox.configure("http://127.0.0.1:9");
     std::filesystem::path file;
     {
         auto store = fexo::UserDefaults::open(sandbox.values().appGroup);

@@ -10,7 +10,6 @@ TEST(URLRequest, DefaultsAndHeaderFieldsReplacedAtOnceWithoutRegardToCase)
     EXPECT_EQ(request.httpMethod(), "GET");
     EXPECT_EQ(request.timeoutInterval(), 60.0);
     EXPECT_FALSE(request.httpBody().has_value());
-    EXPECT_EQ(static_cast<int>(fexo::URLRequest::CachePolicy::reloadIgnoringLocalAndRemoteCacheData), 4);
 
     request.setValue("old", "X-Old");
     request.setAllHTTPHeaderFields(

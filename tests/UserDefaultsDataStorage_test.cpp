@@ -1,13 +1,9 @@
 #include <FeXONotificationService/UserDefaultsDataStorage.hpp>
+#include <FeXOPlatform/EncodingError.hpp>
 
-#include <FeXOPlatform/JSONDecoder.hpp>
-#include <FeXOPlatform/JSONEncoder.hpp>
-
-#include <support/Configuration.hpp>
-#include <support/TemporaryDirectory.hpp>
+#include <support/ToolSandbox.hpp>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
@@ -22,15 +18,8 @@ using fexo::UserDefaultsDataStorage;
 
 class UserDefaultsDataStorageTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        ::setenv("FEXO_APP_GROUPS_DIR", (directory.path() / "groups").c_str(), 1);
-        fexo::test::installConfiguration(directory.path(), configuration);
-    }
-    void TearDown() override { ::unsetenv("FEXO_APP_GROUPS_DIR"); }
-
     fexo::test::TemporaryDirectory directory;
-    fexo::test::ConfigurationValues configuration;
+    fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
 };
 
 using UserDefaultsDataStorageDeathTest = UserDefaultsDataStorageTest;
@@ -70,36 +59,23 @@ TEST_F(UserDefaultsDataStorageTest, AFullDiskCostsOnlyTheChange)
     EXPECT_EQ(::umount2(mountPoint.c_str(), MNT_DETACH), 0);
 }
 
-// The message of the error that `call` throws.
-template <typename Call>
-std::string thrownBy(Call call, bool localized)
-{
-    try {
-        call();
-    } catch (const fexo::ErrorBase& error) {
-        return localized ? error.localizedDescription() : error.description();
-    }
-    return "nothing thrown";
-}
-
 TEST_F(UserDefaultsDataStorageDeathTest, StoresThatCannotOpenAndRecordsThatCannotBeCodedEndTheProcess)
 {
     UserDefaultsDataStorage storage;
-    for (const std::string bytes : {"not json", R"({"id":5})"}) {
+    // Loading tells the decoder's description, saving the encoder's localized one.
+    for (const auto& [bytes, description] :
+         {std::pair("not json", "dataCorrupted(Context(codingPath: []"),
+          std::pair(R"({"id":5})", R"(typeMismatch(String, Context(codingPath: ["id"])")}) {
         storage.userDefaults().setData(bytes, "response_bad");
-        const auto description = thrownBy([&] { (void)fexo::JSONDecoder{}.decode<Response>(bytes); }, false);
-        EXPECT_DEATH(storage.load("response_bad"),
-                     ::testing::HasSubstr("APP load New ID NotificationService with error " + description));
-        EXPECT_DEATH(storage.loadAll("response_"),
-                     ::testing::HasSubstr("APP load New ID NotificationService with error " + description));
+        const std::string message = std::string("APP load New ID NotificationService with error ") + description;
+        EXPECT_DEATH(storage.load("response_bad"), ::testing::HasSubstr(message));
+        EXPECT_DEATH(storage.loadAll("response_"), ::testing::HasSubstr(message));
     }
-    const Response unencodable(fexo::Date(std::nan("")));
-    const auto localized = thrownBy([&] { (void)fexo::JSONEncoder{}.encode(unencodable); }, true);
-    EXPECT_DEATH(storage.save(unencodable, "response_x"),
+    const auto localized = fexo::EncodingError::invalidValue("", "").localizedDescription();
+    EXPECT_DEATH(storage.save(Response(fexo::Date(std::nan(""))), "response_x"),
                  ::testing::HasSubstr("APP save New ID NotificationService with error " + localized));
 
-    configuration.appGroup = "group/with/slashes";
-    fexo::test::installConfiguration(directory.path(), configuration);
+    fexo::test::installConfiguration(sandbox.resources(), {.appGroup = "group/with/slashes"});
     EXPECT_DEATH(UserDefaultsDataStorage().load("response_1"), "Fatal error: App Group Not Found group/with/slashes");
 }
 

@@ -4,7 +4,6 @@
 #include <support/TemporaryDirectory.hpp>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include <cmath>

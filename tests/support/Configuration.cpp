@@ -22,13 +22,6 @@ void installConfiguration(const std::filesystem::path& directory, const Configur
     resetSharedConfigurationForTesting();
 }
 
-void installConfiguration(const std::filesystem::path& directory, const std::string& baseURL)
-{
-    ConfigurationValues values;
-    values.baseURL = baseURL;
-    installConfiguration(directory, values);
-}
-
 void writeConfigurationWithPython(const std::filesystem::path& directory, const std::string& dictionary, bool binary)
 {
     const std::string script = "import plistlib,sys\nplistlib.dump(" + dictionary +

@@ -16,9 +16,8 @@ struct ConfigurationValues {
 
 // Writes "FeXOService-Info.plist" (XML) into `directory`, points the main bundle at it and
 // forgets any configuration loaded before, so the next use loads this file.
+// Callers that change one value name it: installConfiguration(directory, {.baseURL = url}).
 void installConfiguration(const std::filesystem::path& directory, const ConfigurationValues& values = {});
-// The same with every value valid and `baseURL` for the base URL.
-void installConfiguration(const std::filesystem::path& directory, const std::string& baseURL);
 
 // Writes "FeXOService-Info.plist" into `directory` with Python's plistlib, so that the reader
 // is tested against files it did not write itself; `dictionary` is a Python expression. Throws

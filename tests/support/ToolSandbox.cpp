@@ -14,6 +14,7 @@ ToolSandbox::ToolSandbox(std::filesystem::path tool) : tool_(std::move(tool))
     for (const char* name : {"resources", "app-groups"}) std::filesystem::create_directories(directory_.path() / name);
     ::setenv("FEXO_RESOURCES_DIR", (directory_.path() / "resources").c_str(), 1);
     ::setenv("FEXO_APP_GROUPS_DIR", (directory_.path() / "app-groups").c_str(), 1);
+    configure(values_.baseURL);
 }
 
 ToolSandbox::~ToolSandbox()

@@ -15,10 +15,12 @@
 
 namespace fexo::test {
 
-// A place to run the fexo tool as separate processes: a temporary resources directory that
-// holds the configuration file and a temporary app-group root. Construction points
-// FEXO_RESOURCES_DIR and FEXO_APP_GROUPS_DIR of this process at them, so every tool run sees
-// the same files; make the sandbox before starting any thread in the test.
+// A host's files in a temporary directory, for the library in this process and for the fexo tool
+// run as separate processes: a resources directory with a valid configuration file (its base URL
+// 127.0.0.1:9, where nothing listens, until configure() changes it) and an app-group root.
+// Construction points this process's main bundle, FEXO_RESOURCES_DIR and FEXO_APP_GROUPS_DIR at
+// them, so the library and every tool run see the same files; make the sandbox before starting
+// any thread in the test.
 class ToolSandbox {
 public:
     // `tool` is the fexo executable to run.
