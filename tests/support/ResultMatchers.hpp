@@ -28,11 +28,4 @@ MATCHER_P(IsFailureWith, code, "is a failure with URLError code " + testing::Pri
     return urlError && urlError->code() == static_cast<int>(code);
 }
 
-// A failure carrying an error of kind E (DecodingError, EncodingError, ...).
-template <class E>
-auto IsFailureOfKind()
-{
-    return testing::Truly([](const auto& result) { return result.isFailure() && result.error().template as<E>(); });
-}
-
 } // namespace fexo::test

@@ -55,13 +55,6 @@ ProcessResult ToolSandbox::run(const std::vector<std::string>& arguments, const 
     return ChildProcess::run(tool_, arguments, standardInput);
 }
 
-std::shared_ptr<UserDefaults> ToolSandbox::store() const
-{
-    auto store = UserDefaults::open(values_.appGroup);
-    if (!store) throw std::runtime_error("cannot open the app group store " + values_.appGroup);
-    return store;
-}
-
 std::vector<std::string> outputLines(const std::string& output)
 {
     std::vector<std::string> lines;

@@ -4,8 +4,6 @@
 #include <support/Configuration.hpp>
 #include <support/TemporaryDirectory.hpp>
 
-#include <FeXOPlatform/UserDefaults.hpp>
-
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
@@ -45,8 +43,6 @@ public:
                                      const std::string& sender) const;
     // Runs `fexo` with `arguments` and `standardInput` to its end (killed after a minute).
     ProcessResult run(const std::vector<std::string>& arguments, const std::string& standardInput = "") const;
-    // The configured app group's store, opened in this process.
-    std::shared_ptr<UserDefaults> store() const;
 
 private:
     std::filesystem::path tool_;
