@@ -2,16 +2,12 @@
 """Whole-process figure: `fexo handle-push` end to end against the `curl` tool POSTing the same
 body to the same loopback server. This script only prepares the server, the configuration and the
 files; bench_cold_runner times the processes themselves (posix_spawn to wait4, runs alternated)
-and takes their peak resident set from the same wait4. Its samples go to --samples as CSV.
-
---old-form also prints the figure as it used to be measured (each run started from Python through
-/usr/bin/time -v, wall time taken around that), so that the two forms can be compared once."""
+and takes their peak resident set from the same wait4. Its samples go to --samples as CSV."""
 
 import argparse
 import os
 import plistlib
 import re
-import statistics
 import subprocess
 import sys
 import tempfile
@@ -69,7 +65,6 @@ def main():
     parser.add_argument("--runner", required=True, help="the bench_cold_runner program")
     parser.add_argument("--runs", type=int, default=30)
     parser.add_argument("--samples", help="CSV file for every run's figures")
-    parser.add_argument("--old-form", action="store_true", help="also print the figure measured the old way")
     args = parser.parse_args()
 
     with tempfile.TemporaryDirectory(prefix="fexo-bench-cold-") as work:
@@ -82,8 +77,6 @@ def main():
                 _, _, out = timed(fexo, env)
                 if '"rewritten":true' not in out:
                     sys.exit("cold_process: fexo handle-push did not deliver rewritten content: " + out)
-            if args.old_form:
-                old_form(fexo, curl, env, args.runs)
             runner = [args.runner, "--runs", str(args.runs), "--warm", "3", "--goal", "1.0"]
             if args.samples:
                 os.makedirs(os.path.dirname(os.path.abspath(args.samples)), exist_ok=True)
@@ -94,20 +87,6 @@ def main():
         finally:
             server.terminate()
             server.wait()
-
-
-def old_form(fexo, curl, env, runs):
-    """The earlier measurement, printed for comparison only (not a figure of the summary)."""
-    samples = {"fexo": [], "curl": []}
-    for _ in range(runs):
-        samples["fexo"].append(timed(fexo, env)[:2])
-        samples["curl"].append(timed(curl, env)[:2])
-    med = {name: (statistics.median(t for t, _ in runs), statistics.median(r for _, r in runs))
-           for name, runs in samples.items()}
-    print(f"old form (Python + /usr/bin/time -v around each run), medians of {runs}: "
-          f"time {med['fexo'][0] * 1000:.2f} ms vs curl {med['curl'][0] * 1000:.2f} ms = "
-          f"{med['fexo'][0] / med['curl'][0]:.2f}x; peak RSS {med['fexo'][1]} KiB vs {med['curl'][1]} KiB = "
-          f"{med['fexo'][1] / med['curl'][1]:.2f}x")
 
 
 if __name__ == "__main__":
