@@ -44,6 +44,13 @@ public:
     PropertyListValue(Data value) : storage_(std::move(value)) { }
     PropertyListValue(Array value) : storage_(std::move(value)) { }
     PropertyListValue(Dictionary value) : storage_(std::move(value)) { }
+    PropertyListValue(const PropertyListValue&) = default;
+    PropertyListValue(PropertyListValue&&) = default;
+    PropertyListValue& operator=(const PropertyListValue&) = default;
+    PropertyListValue& operator=(PropertyListValue&&) = default;
+    // Frees nested arrays and dictionaries level by level, never by recursion: a value as deep as
+    // a file may nest is freed on any thread's stack, however small.
+    ~PropertyListValue();
 
     Kind kind() const { return static_cast<Kind>(storage_.index()); }
 
