@@ -57,9 +57,10 @@ public:
     StoreRecordIndex(std::string_view name, std::string_view keyPrefix, std::string_view orderMember,
                      std::string_view flagMember);
 
-    // Creates the indexes where missing, each in one statement, so that processes opening the
-    // same old store at once build them once. False when the store refused the write (read-only,
-    // full, locked); a store that cannot be read ends the process as reads do.
+    // Creates the indexes where missing, and replaces one that another version made under the
+    // same name, each in one transaction, so that processes opening the same old store at once
+    // build it once. False when the store refused the write (read-only, full, locked); a store
+    // that cannot be read ends the process as reads do.
     bool ensure(UserDefaults& store) const;
 
     // Up to `limit` records strictly after `after` (from the start when nothing), in order, read
@@ -76,7 +77,10 @@ public:
     const Queries& queries() const { return queries_; }
     const std::string& orderIndexName() const { return orderIndex_; }
     // The statements that make both indexes, for a table of the store's layout made elsewhere.
-    std::string creationStatements() const { return createOrderIndex_ + "; " + createFlagIndex_; }
+    std::string creationStatements() const
+    {
+        return "CREATE INDEX " + orderDefinition_ + "; CREATE INDEX " + flagDefinition_;
+    }
     const std::string& flagIndexName() const { return flagIndex_; }
     // SQLite's plan for `sql` (the details of EXPLAIN QUERY PLAN, one per line).
     static std::string queryPlan(UserDefaults& store, const std::string& sql);
@@ -84,8 +88,8 @@ public:
 private:
     std::string orderIndex_;
     std::string flagIndex_;
-    std::string createOrderIndex_;
-    std::string createFlagIndex_;
+    std::string orderDefinition_; // each as "<name> ON defaults ..."
+    std::string flagDefinition_;
     Queries queries_;
 };
 
