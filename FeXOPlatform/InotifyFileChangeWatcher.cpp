@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 
 namespace fexo {
@@ -56,14 +57,20 @@ std::vector<FileChangeWatcher::Watch> InotifyFileChangeWatcher::wait()
 {
     pollfd descriptors[2] = {{inotify_, POLLIN, 0}, {wakeup_, POLLIN, 0}};
     while (::poll(descriptors, 2, -1) < 0 && errno == EINTR) { }
-    std::uint64_t wakes = 0;
-    (void)::read(wakeup_, &wakes, sizeof wakes);
+    if ((descriptors[1].revents & POLLIN) != 0) {
+        std::uint64_t wakes = 0;
+        (void)::read(wakeup_, &wakes, sizeof wakes);
+    }
 
+    // A read returns as many whole events as fit: one that leaves room for the largest event took
+    // every event queued, and the wake is on the observer's path, so no read to learn EAGAIN.
+    constexpr std::size_t largestEvent = sizeof(inotify_event) + NAME_MAX + 1;
     std::vector<Watch> written;
     alignas(inotify_event) char buffer[16 * 1024];
-    for (;;) {
+    for (bool more = (descriptors[0].revents & POLLIN) != 0; more;) {
         const ssize_t size = ::read(inotify_, buffer, sizeof buffer);
         if (size <= 0) break; // EAGAIN: every pending event read
+        more = static_cast<std::size_t>(size) > sizeof buffer - largestEvent;
         for (ssize_t at = 0; at < size;) {
             const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
             if ((event->mask & (IN_MODIFY | IN_ATTRIB)) != 0 &&
