@@ -29,18 +29,23 @@ namespace {
 // Runs `program handle-push` to its end with `input` on standard input.
 void runDirectly(const std::string& program, const std::string& input)
 {
+    // Close-on-exec: runners on other threads spawn at the same time, and a write end inherited by
+    // another extension keeps this one from ever seeing the end of its input.
     int pipeEnds[2];
-    if (::pipe(pipeEnds) != 0) throw std::runtime_error("pipe");
+    if (::pipe2(pipeEnds, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, pipeEnds[0], 0);
-    posix_spawn_file_actions_addclose(&actions, pipeEnds[1]);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     const char* argv[] = {program.c_str(), "handle-push", nullptr};
     pid_t pid = 0;
-    posix_spawn(&pid, program.c_str(), &actions, nullptr, const_cast<char**>(argv), environ);
+    const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, const_cast<char**>(argv), environ);
     posix_spawn_file_actions_destroy(&actions);
     ::close(pipeEnds[0]);
+    if (spawned != 0) {
+        ::close(pipeEnds[1]);
+        throw std::runtime_error("cannot run " + program);
+    }
     [[maybe_unused]] auto written = ::write(pipeEnds[1], input.data(), input.size());
     ::close(pipeEnds[1]);
     ::waitpid(pid, nullptr, 0);
@@ -159,6 +164,12 @@ int main(int argc, char** argv)
         directTimes.push_back(seconds(Clock::now() - start));
     }
     report("agent: one push, Push to Delivered (median of 200)", median(agentTimes), median(directTimes), 1.2);
+    if (const auto samples = fexo::bench::samplesDirectory()) {
+        std::ofstream out(*samples / "agent_push_latency.csv");
+        out << "side,microseconds\n";
+        for (const double time : agentTimes) out << "project," << time * 1e6 << '\n';
+        for (const double time : directTimes) out << "baseline," << time * 1e6 << '\n';
+    }
 
     auto start = Clock::now();
     std::set<std::string> ids;
