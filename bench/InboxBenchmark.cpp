@@ -16,6 +16,7 @@
 #include <sqlite3.h>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/inotify.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -35,7 +36,11 @@ namespace fexo::bench {
 namespace {
 
 constexpr std::size_t pageSize = 50;
-constexpr int wakes = 1000;
+// The wakes are measured in rounds, the bare wake, the project and the observer's own call taking
+// turns (which goes first turns with the round), so that a spell of load on the machine moves a
+// round and not the figure.
+constexpr int wakeRounds = 10;
+constexpr int wakesPerRound = 100;
 
 void check(bool ok, const char* what)
 {
@@ -175,7 +180,20 @@ struct Pipe {
     }
 };
 
-// A child that, `wakes` times, waits for the go, runs `change` and sends the time it returned,
+// The cores of the wake measurement: the first and the last this process may use (the same one
+// on a single core).
+int readerCore = 0;
+int writerCore = 0;
+
+void pinTo(int core)
+{
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(core, &one);
+    check(::sched_setaffinity(0, sizeof one, &one) == 0, "affinity");
+}
+
+// A child that, `wakesPerRound` times, waits for the go, runs `change` and sends the time it returned,
 // or, with `fromStart`, the time it was called.
 pid_t startChanger(Pipe& go, Pipe& returned, const std::function<void()>& change, bool fromStart = false)
 {
@@ -183,7 +201,8 @@ pid_t startChanger(Pipe& go, Pipe& returned, const std::function<void()>& change
     check(pid >= 0, "fork");
     if (pid == 0) {
         try {
-            for (int i = 0; i < wakes; ++i) {
+            pinTo(writerCore);
+            for (int i = 0; i < wakesPerRound; ++i) {
                 (void)go.take<char>();
                 const auto started = nowNanoseconds();
                 change();
@@ -197,21 +216,16 @@ pid_t startChanger(Pipe& go, Pipe& returned, const std::function<void()>& change
     return pid;
 }
 
-struct Latencies {
-    double median = 0;
-    double p99 = 0;
-};
-
-Latencies summarise(std::vector<double> microseconds)
+double medianOf(std::vector<double> values)
 {
-    std::sort(microseconds.begin(), microseconds.end());
-    return {microseconds[microseconds.size() / 2], microseconds[microseconds.size() * 99 / 100]};
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
 }
 
 // One byte written with write(2) to a watched file, to the other process reading the event. Timed
 // from the call: the event is queued inside write(2), so a reader on another core often has it
 // before write(2) returns.
-Latencies bareWake(const std::filesystem::path& directory)
+std::vector<double> bareWake(const std::filesystem::path& directory)
 {
     const auto file = directory / "bare-signal";
     std::ofstream(file).put('\n');
@@ -224,7 +238,7 @@ Latencies bareWake(const std::filesystem::path& directory)
         go, returned, [fd] { check(::pwrite(fd, "\n", 1, 0) == 1, "write"); }, true);
     std::vector<double> latencies;
     alignas(inotify_event) char buffer[4096];
-    for (int i = 0; i < wakes; ++i) {
+    for (int i = 0; i < wakesPerRound; ++i) {
         go.put('g');
         check(::read(inotify, buffer, sizeof buffer) > 0, "inotify read");
         const auto woke = nowNanoseconds();
@@ -233,12 +247,12 @@ Latencies bareWake(const std::filesystem::path& directory)
     ::waitpid(child, nullptr, 0);
     ::close(fd);
     ::close(inotify);
-    return summarise(latencies);
+    return latencies;
 }
 
 // From the return of a write in one process to the callback in another; with `withoutCounts`,
 // the observer thread's own call, before the counts are read.
-Latencies projectWake(bool withoutCounts = false)
+std::vector<double> projectWake(bool withoutCounts = false)
 {
     Pipe go;
     Pipe returned;
@@ -265,7 +279,7 @@ Latencies projectWake(bool withoutCounts = false)
     }
     check(observation || token != 0, "observe");
     std::vector<double> latencies;
-    for (int i = 0; i < wakes; ++i) {
+    for (int i = 0; i < wakesPerRound; ++i) {
         {
             std::lock_guard lock(mutex);
             calledAt = 0;
@@ -278,7 +292,7 @@ Latencies projectWake(bool withoutCounts = false)
     }
     ::waitpid(child, nullptr, 0);
     StoreObserver::remove(token);
-    return summarise(latencies);
+    return latencies;
 }
 
 // Voluntary context switches of every thread of this process but the calling one.
@@ -317,20 +331,69 @@ std::string microseconds(double value)
 
 void measureWakes(const std::filesystem::path& directory)
 {
-    const auto bare = bareWake(directory);
     ::setenv("FEXO_APP_GROUPS_DIR", (directory / "groups").c_str(), 1);
-    const auto project = projectWake();
-    const auto bareObserver = projectWake(true);
-    char ratio[32];
-    std::snprintf(ratio, sizeof ratio, "%.2fx", project.median / std::max(bare.median, 0.001));
-    report("write in one process to callback in another, median of 1000", microseconds(project.median),
-           microseconds(bare.median), ratio, project.median / std::max(bare.median, 0.001), 1.5);
-    std::snprintf(ratio, sizeof ratio, "%.2fx", project.p99 / std::max(bare.p99, 0.001));
-    report("write in one process to callback in another, p99 of 1000", microseconds(project.p99),
-           microseconds(bare.p99), ratio, 0, 0);
-    std::snprintf(ratio, sizeof ratio, "%.2fx", bareObserver.median / std::max(bare.median, 0.001));
+    // A wake between two processes on one core is a context switch; across cores it is an
+    // interrupt to a core that may be asleep, several times slower. Left to the scheduler, each
+    // round lands on either at random, so the writer keeps one core and the reader (and the
+    // observer thread it starts) the other, on both sides.
+    cpu_set_t allowed;
+    check(::sched_getaffinity(0, sizeof allowed, &allowed) == 0, "affinity");
+    std::vector<int> cores;
+    for (int core = 0; core < CPU_SETSIZE; ++core) {
+        if (CPU_ISSET(core, &allowed)) cores.push_back(core);
+    }
+    readerCore = cores.front();
+    writerCore = cores.back();
+    pinTo(readerCore);
+    enum Side {
+        bare,
+        project,
+        observer,
+        sides
+    };
+    std::vector<double> all[sides];
+    std::vector<double> medians[sides];
+    std::vector<double> ratios;
+    for (int round = 0; round < wakeRounds; ++round) {
+        for (int turn = 0; turn < sides; ++turn) {
+            const int side = (turn + round) % sides;
+            auto latencies = side == bare ? bareWake(directory) : projectWake(side == observer);
+            medians[side].push_back(medianOf(latencies));
+            all[side].insert(all[side].end(), latencies.begin(), latencies.end());
+        }
+        ratios.push_back(medians[project].back() / std::max(medians[bare].back(), 0.001));
+    }
+    const double baseline = medianOf(medians[bare]);
+    const double ratio = medianOf(medians[project]) / std::max(baseline, 0.001);
+    const auto [low, high] = std::minmax_element(ratios.begin(), ratios.end());
+    char text[96];
+    std::printf("per-round ratios:");
+    for (const double r : ratios) std::printf(" %.2fx", r);
+    std::printf("\n");
+    std::snprintf(text, sizeof text, "%.2fx", ratio);
+    char title[128];
+    std::snprintf(title, sizeof title,
+                  "write in one process to callback in another, median of %d round medians, spread %.2fx-%.2fx",
+                  wakeRounds, *low, *high);
+    report(title, microseconds(medianOf(medians[project])), microseconds(baseline), text, ratio, 1.5);
+    const int total = wakeRounds * wakesPerRound;
+    const double p99Project = percentile99(all[project]);
+    const double p99Bare = percentile99(all[bare]);
+    std::snprintf(text, sizeof text, "%.2fx", p99Project / std::max(p99Bare, 0.001));
+    report("write in one process to callback in another, p99 of " + std::to_string(total), microseconds(p99Project),
+           microseconds(p99Bare), text, 0, 0);
+    std::snprintf(text, sizeof text, "%.2fx", medianOf(medians[observer]) / std::max(baseline, 0.001));
     report("the same to the observer thread's call, before the counts are read, median",
-           microseconds(bareObserver.median), microseconds(bare.median), ratio, 0, 0);
+           microseconds(medianOf(medians[observer])), microseconds(baseline), text, 0, 0);
+    ::sched_setaffinity(0, sizeof allowed, &allowed);
+    if (const auto samples = samplesDirectory()) {
+        std::ofstream out(*samples / "observation_latency.csv");
+        out << "side,microseconds\n";
+        for (const auto side : {project, bare}) {
+            for (const double value : all[side])
+                out << (side == project ? "project" : "baseline") << ',' << value << '\n';
+        }
+    }
 }
 
 void measureIdle()
