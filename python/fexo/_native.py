@@ -100,3 +100,33 @@ def text(value):
     if not isinstance(value, str):
         raise TypeError(f"expected str, got {type(value).__name__}")
     return value.encode("utf-8")
+
+
+class NativeHandle:
+    """Owns one handle of the C interface and frees it once: by close(), at the end of a with block,
+    or when collected. `closed` is the message of the ValueError that a use after close raises."""
+
+    closed = "the handle is closed"
+
+    def __init__(self, handle, free):
+        self._handle = handle
+        self._free = free
+
+    def close(self):
+        handle, self._handle = self._handle, None
+        if handle:
+            self._free(handle)
+
+    def _live(self):
+        if not self._handle:
+            raise ValueError(self.closed)
+        return self._handle
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.close()
+
+    def __del__(self):
+        self.close()

@@ -15,27 +15,15 @@ def _delivered(title, body, key):
         callback(title.decode("utf-8", "replace"), body.decode("utf-8", "replace"))
 
 
-class FeXONotificationExtensionHandler:
+class FeXONotificationExtensionHandler(_native.NativeHandle):
     """Call handle_notification for every push that arrives."""
 
+    closed = "the handler is closed"
+
     def __init__(self):
-        self._handle = lib.fexo_extension_handler_new()
+        super().__init__(lib.fexo_extension_handler_new(), lib.fexo_extension_handler_free)
         if not self._handle:
             raise MemoryError("cannot make a FeXO extension handler")
-
-    def close(self):
-        handle, self._handle = self._handle, None
-        if handle:
-            lib.fexo_extension_handler_free(handle)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *exc):
-        self.close()
-
-    def __del__(self):
-        self.close()
 
     def handle_notification(self, user_info, content_handler):
         """Asks the server for the push's content and stores the record; returns at once.
@@ -45,13 +33,12 @@ class FeXONotificationExtensionHandler:
         and was stored. Wait with fexo.wait_until_idle(): once it returns True the handler has
         run or never will, and the push's own alert is yours to deliver.
         """
-        if not self._handle:
-            raise ValueError("the handler is closed")
+        handle = self._live()
         if not isinstance(user_info, str):
             user_info = json.dumps(user_info, ensure_ascii=False)
         key = _callbacks.keep(content_handler)
         try:
-            check(lib.fexo_extension_handler_handle_notification, self._handle, text(user_info), _delivered, key)
+            check(lib.fexo_extension_handler_handle_notification, handle, text(user_info), _delivered, key)
         except BaseException:
             _callbacks.take(key)
             raise

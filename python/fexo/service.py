@@ -47,34 +47,26 @@ class Page:
         return f"Page(records={self.records!r}, next={self.next!r})"
 
 
-class Observation:
+class Observation(_native.NativeHandle):
     """Keeps an observe() callback running until cancel() or the end of a with block. Once cancel()
     returns no callback runs, except when it is called from inside that callback."""
 
     def __init__(self, handle, key):
-        self._handle = handle
+        super().__init__(handle, lib.fexo_observation_free)
         self._key = key
 
     def cancel(self):
-        handle, self._handle = self._handle, None
-        if handle:
-            lib.fexo_observation_free(handle)
+        if self._handle:
+            super().close()
             _callbacks.take(self._key)
+
+    close = cancel
 
     def __bool__(self):
         return bool(self._handle)
 
-    def __enter__(self):
-        return self
 
-    def __exit__(self, *exc):
-        self.cancel()
-
-    def __del__(self):
-        self.cancel()
-
-
-class FeXOService:
+class FeXOService(_native.NativeHandle):
     """Registers the device and reads and changes the records the extension stored.
 
     Creating one reads no file; the configuration is read on the first registration or store
@@ -84,29 +76,12 @@ class FeXOService:
     them as an exception instead.
     """
 
+    closed = "the service is closed"
+
     def __init__(self):
-        self._handle = lib.fexo_service_new()
+        super().__init__(lib.fexo_service_new(), lib.fexo_service_free)
         if not self._handle:
             raise MemoryError("cannot make a FeXO service")
-
-    def close(self):
-        handle, self._handle = self._handle, None
-        if handle:
-            lib.fexo_service_free(handle)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *exc):
-        self.close()
-
-    def __del__(self):
-        self.close()
-
-    def _live(self):
-        if not self._handle:
-            raise ValueError("the service is closed")
-        return self._handle
 
     def register_device(self, token, device_id, imei1="", imei2="", mobile_number="",
                         provider=PushProvider.FCM):
