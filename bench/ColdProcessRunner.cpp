@@ -4,13 +4,14 @@
 // context switches come from the same wait4's rusage.
 //
 //   bench_cold_runner [--runs N] [--warm N] [--samples FILE] [--goal RATIO]
-//                     --name A PROGRAM ARGS... --name B PROGRAM ARGS...
+//                     --name A PROGRAM ARGS... --name B PROGRAM ARGS... [--name C PROGRAM ARGS...]...
 //
-// Runs alternate in pairs, A B then B A, so that both commands meet the same machine and
-// neither is always the one that runs right after the other. Every run must exit 0 (standard
-// output and error go to /dev/null). Prints the medians of both and A / B; with --goal, each
-// ratio against it, and appends summary lines to $FEXO_BENCH_SUMMARY when set. --samples
-// writes every run as CSV for the plots.
+// A is measured against the baseline B; any further command C is a reference, reported as A / C
+// and C / B. Each round runs every command once, the order rotated from round to round (A B,
+// then B A; A B C, B C A, C A B), so that all meet the same machine and none is always the one
+// that runs right after another. Every run must exit 0 (standard output and error go to
+// /dev/null). Prints the medians and the ratios; with --goal, A / B against it, and appends
+// summary lines to $FEXO_BENCH_SUMMARY when set. --samples writes every run as CSV for the plots.
 //
 // Deliberately free of the project's libraries: a child's peak RSS as the kernel reports it
 // can include the pages of the process it was spawned from, so this runner stays far smaller
@@ -150,10 +151,12 @@ int main(int argc, char** argv)
             fail("unknown argument " + argument);
         }
     }
-    if (commands.size() != 2 || commands[0].argv.empty() || commands[1].argv.empty() || runs < 1) {
+    const bool named = std::all_of(commands.begin(), commands.end(), [](const Command& c) { return !c.argv.empty(); });
+    if (commands.size() < 2 || !named || runs < 1) {
         fail("usage: bench_cold_runner [--runs N] [--warm N] [--samples FILE] [--goal RATIO] --name A PROGRAM "
-             "ARGS... --name B PROGRAM ARGS...");
+             "ARGS... --name B PROGRAM ARGS... [--name C PROGRAM ARGS...]...");
     }
+    const std::size_t count = commands.size();
     for (auto& command : commands) command.argv.push_back(nullptr);
 
     posix_spawn_file_actions_t quiet;
@@ -166,11 +169,12 @@ int main(int argc, char** argv)
     for (int i = 0; i < warm; ++i) {
         for (const auto& command : commands) runOnce(command, quiet);
     }
-    std::vector<Sample> samples[2];
+    std::vector<std::vector<Sample>> samples(count);
     for (int i = 0; i < runs; ++i) {
-        const int first = i % 2;
-        samples[first].push_back(runOnce(commands[first], quiet));
-        samples[1 - first].push_back(runOnce(commands[1 - first], quiet));
+        for (std::size_t k = 0; k < count; ++k) {
+            const std::size_t c = (static_cast<std::size_t>(i) + k) % count;
+            samples[c].push_back(runOnce(commands[c], quiet));
+        }
     }
     posix_spawn_file_actions_destroy(&quiet);
 
@@ -178,7 +182,7 @@ int main(int argc, char** argv)
         std::ofstream out(samplesPath);
         out << "command,run,wall_ms,max_rss_kib,user_ms,system_ms,minor_faults,major_faults,voluntary_switches,"
                "involuntary_switches\n";
-        for (int c = 0; c < 2; ++c) {
+        for (std::size_t c = 0; c < count; ++c) {
             for (std::size_t i = 0; i < samples[c].size(); ++i) {
                 const auto& s = samples[c][i];
                 out << commands[c].name << ',' << i << ',' << s.wallMs << ',' << s.maxRssKiB << ',' << s.userMs << ','
@@ -202,7 +206,11 @@ int main(int argc, char** argv)
     const std::string& a = commands[0].name;
     const std::string& b = commands[1].name;
     std::printf("%d runs each, alternated (posix_spawn to wait4); runner's own peak RSS %ld KiB\n", runs, ownPeakKiB);
-    std::printf("%-24s %12s %12s %8s\n", "median", a.c_str(), b.c_str(), "ratio");
+    std::printf("%-24s", "median");
+    for (const auto& command : commands) std::printf(" %12s", command.name.c_str());
+    std::printf(" %8s", "A / B");
+    for (std::size_t c = 2; c < count; ++c) std::printf(" %8s %8s", "A / C", "C / B");
+    std::printf("\n");
     struct Row {
         const char* label;
         double Sample::*real;
@@ -218,18 +226,33 @@ int main(int argc, char** argv)
         {"voluntary switches", nullptr, &Sample::voluntarySwitches, false},
     };
     for (const auto& row : rows) {
-        const double ma = row.real ? median(samples[0], row.real) : median(samples[0], row.whole);
-        const double mb = row.real ? median(samples[1], row.real) : median(samples[1], row.whole);
-        const double ratio = mb > 0 ? ma / mb : 0;
-        std::printf("%-24s %12.2f %12.2f %7.2fx", row.label, ma, mb, ratio);
+        std::vector<double> medians;
+        for (const auto& taken : samples) medians.push_back(row.real ? median(taken, row.real) : median(taken, row.whole));
+        const auto over = [](double x, double y) { return y > 0 ? x / y : 0; };
+        const double ma = medians[0];
+        const double mb = medians[1];
+        const double ratio = over(ma, mb);
+        const bool isTime = row.real != nullptr;
+        const auto shown = [&](double value) { return format(isTime ? "%.2f ms" : "%.0f KiB", value); };
+        std::printf("%-24s", row.label);
+        for (const double value : medians) std::printf(" %12.2f", value);
+        std::printf(" %7.2fx", ratio);
+        for (std::size_t c = 2; c < count; ++c) {
+            std::printf(" %7.2fx %7.2fx", over(ma, medians[c]), over(medians[c], mb));
+            if (!row.isFigure || goal <= 0) continue;
+            const std::string what = std::string(isTime ? "time" : "peak RSS") + ", median of " + std::to_string(runs);
+            appendSummary("cold " + a + " " + what + ", against " + commands[c].name + "|" + shown(ma) + "|" +
+                          shown(medians[c]) + " (" + commands[c].name + ")|" + format("%.2fx", over(ma, medians[c])) +
+                          "|report|–");
+            appendSummary("cold " + commands[c].name + " " + what + "|" + shown(medians[c]) + "|" + shown(mb) + " (" +
+                          b + ")|" + format("%.2fx", over(medians[c], mb)) + "|report|–");
+        }
         if (row.isFigure && goal > 0) {
             const bool met = ratio <= goal;
             std::printf("  (goal <= %.2fx: %s)", goal, met ? "met" : "missed");
-            const bool isTime = row.real != nullptr;
             appendSummary("cold " + a + " " + (isTime ? "time" : "peak RSS") + ", median of " + std::to_string(runs) +
-                          " (spawn to wait4)|" + format(isTime ? "%.2f ms" : "%.0f KiB", ma) + "|" +
-                          format(isTime ? "%.2f ms" : "%.0f KiB", mb) + " (" + b + ")|" + format("%.2fx", ratio) + "|" +
-                          format("<= %.2fx", goal) + "|" + (met ? "met" : "missed"));
+                          " (spawn to wait4)|" + shown(ma) + "|" + shown(mb) + " (" + b + ")|" + format("%.2fx", ratio) +
+                          "|" + format("<= %.2fx", goal) + "|" + (met ? "met" : "missed"));
         }
         std::printf("\n");
     }

@@ -2,7 +2,11 @@
 """Whole-process figure: `fexo handle-push` end to end against the `curl` tool POSTing the same
 body to the same loopback server. This script only prepares the server, the configuration and the
 files; bench_cold_runner times the processes themselves (posix_spawn to wait4, runs alternated)
-and takes their peak resident set from the same wait4. Its samples go to --samples as CSV."""
+and takes their peak resident set from the same wait4. Its samples go to --samples as CSV.
+
+With --floor, bench_cold_floor runs in the same rounds as a reference: one POST and one durable
+upsert into a store file of the project's own layout (made by fexo in a folder of its own), the
+least that any extension process storing the push has to do."""
 
 import argparse
 import os
@@ -63,6 +67,7 @@ def main():
     parser.add_argument("--fexo", required=True)
     parser.add_argument("--server", required=True)
     parser.add_argument("--runner", required=True, help="the bench_cold_runner program")
+    parser.add_argument("--floor", help="the bench_cold_floor program")
     parser.add_argument("--runs", type=int, default=30)
     parser.add_argument("--samples", help="CSV file for every run's figures")
     args = parser.parse_args()
@@ -70,7 +75,8 @@ def main():
     with tempfile.TemporaryDirectory(prefix="fexo-bench-cold-") as work:
         server = subprocess.Popen([args.server], stdout=subprocess.PIPE, text=True)
         try:
-            fexo, curl = prepare(work, server.stdout.readline().strip(), args.fexo)
+            base_url = server.stdout.readline().strip()
+            fexo, curl = prepare(work, base_url, args.fexo)
             env = dict(os.environ)
 
             for _ in range(3):
@@ -81,7 +87,18 @@ def main():
             if args.samples:
                 os.makedirs(os.path.dirname(os.path.abspath(args.samples)), exist_ok=True)
                 runner += ["--samples", args.samples]
-            done = subprocess.run(runner + ["--name", "fexo handle-push"] + fexo + ["--name", "curl"] + curl, env=env)
+            commands = ["--name", "fexo handle-push"] + fexo + ["--name", "curl"] + curl
+            if args.floor:
+                # The floor writes into a store that fexo laid out, apart from fexo's own.
+                floor_groups = os.path.join(work, "floor-app-groups")
+                made = subprocess.run(fexo[:fexo.index("--app-groups") + 1] + [floor_groups] +
+                                      fexo[fexo.index("--app-groups") + 2:], env=env, capture_output=True)
+                if made.returncode != 0:
+                    sys.exit("cold_process: fexo could not lay out the floor's store")
+                store = os.path.join(floor_groups, "group.bench.fexo", "defaults.sqlite")
+                commands += ["--name", "floor", args.floor, base_url + PATH, os.path.join(work, "body.json"),
+                             store, CLIENT_ID, CLIENT_SECRET]
+            done = subprocess.run(runner + commands, env=env)
             if done.returncode != 0:
                 sys.exit(f"cold_process: bench_cold_runner failed ({done.returncode})")
         finally:

@@ -113,11 +113,16 @@ def plot_cold_process(samples, out, context):
         axes.set_ylabel(label)
         axes.grid(True, axis="y", alpha=0.3)
     names = list(runs)
-    if len(names) == 2:
-        t = statistics.median(v for v, _ in runs[names[0]]) / statistics.median(v for v, _ in runs[names[1]])
-        r = statistics.median(v for _, v in runs[names[0]]) / statistics.median(v for _, v in runs[names[1]])
-        figure.suptitle(f"Cold process, every run a point, bar = median: time {t:.2f}x, peak RSS {r:.2f}x "
-                        f"(goals ≤ 1.0x)", fontsize=10)
+
+    def ratio(a, b, field):
+        return statistics.median(v[field] for v in runs[a]) / statistics.median(v[field] for v in runs[b])
+
+    title = (f"Cold process, every run a point, bar = median: {names[0]} / {names[1]} time "
+             f"{ratio(names[0], names[1], 0):.2f}x, peak RSS {ratio(names[0], names[1], 1):.2f}x (goals ≤ 1.0x)")
+    for floor in names[2:]:
+        title += (f"\n{floor} (POST + one durable upsert) / {names[1]}: time {ratio(floor, names[1], 0):.2f}x, "
+                  f"peak RSS {ratio(floor, names[1], 1):.2f}x")
+    figure.suptitle(title, fontsize=10)
     stamp(figure, context)
     figure.savefig(out)
 
