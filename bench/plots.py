@@ -176,6 +176,55 @@ def plot_store(samples, out, context):
     figure.savefig(out)
 
 
+def plot_inbox(samples, out, context):
+    with open(os.path.join(samples, "inbox.json")) as handle:
+        report = json.load(handle)
+    runs = {}
+    for bench in report.get("benchmarks", []):
+        if bench.get("run_type") == "aggregate":
+            continue
+        name = bench.get("run_name", bench["name"]).split("/iterations:")[0].split("/real_time")[0]
+        factor = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}[bench.get("time_unit", "us")]
+        runs.setdefault(name, []).append(bench["real_time"] * factor)
+    panels = [
+        ("first page of 50 at 100k records", "page/project/100000",
+         [("same SQL, bare connection", "page/baseline/100000", "≤ 1.5x"),
+          ("fetchAll + sort", "page/fetchAll-and-sort/100000", "≥ 100x faster")]),
+        ("unreadCount() at 100k records", "unreadCount/project/100000",
+         [("bare indexed count", "unreadCount/baseline/100000", "≤ 1.5x")]),
+    ]
+    figure, axes_list = plt.subplots(1, len(panels), figsize=(11, 5))
+    for axes, (title, project, baselines) in zip(axes_list, panels):
+        columns = [("project", project)] + [(label, name) for label, name, _ in baselines]
+        notes = []
+        for index, (label, name) in enumerate(columns):
+            values = runs.get(name, [])
+            if not values:
+                continue
+            axes.scatter([index + (i % 5 - 2) * 0.04 for i in range(len(values))], values, s=16)
+            axes.hlines(statistics.median(values), index - 0.25, index + 0.25, color="black")
+        for label, name, goal in baselines:
+            if runs.get(project) and runs.get(name):
+                ratio = statistics.median(runs[project]) / statistics.median(runs[name])
+                shown = f"{1 / ratio:,.0f}x faster" if ratio < 0.1 else f"{ratio:.2f}x"
+                notes.append(f"against {label}: {shown} (goal {goal})")
+        axes.set_xticks(range(len(columns)))
+        axes.set_xticklabels([label for label, _ in columns], fontsize=8)
+        shown_values = [v for _, name in columns for v in runs.get(name, [])]
+        if shown_values and max(shown_values) > 20 * min(shown_values):
+            axes.set_yscale("log")
+            axes.set_ylabel("time per call, each repetition a point (µs, log scale)")
+        else:
+            axes.set_ylim(bottom=0, top=max(shown_values, default=1) * 1.15)
+            axes.set_ylabel("time per call, each repetition a point (µs)")
+        axes.set_title(title + "\n" + "\n".join(notes), fontsize=9)
+        axes.grid(True, which="both", axis="y", alpha=0.3)
+    figure.suptitle("Inbox: a page and the unread count against their baselines (bar = median)", fontsize=10)
+    figure.tight_layout(rect=(0, 0.04, 1, 0.95))
+    stamp(figure, context)
+    figure.savefig(out)
+
+
 def latency_plotter(path, name):
     def plot(samples, out, context):
         figure, axes = plt.subplots(figsize=(8, 5))
@@ -191,6 +240,7 @@ PLOTS = [
     ("store.png", ["store.json"], plot_store),
     ("push_road_cdf.png", ["push_road.csv"], plot_push_road),
     ("cold_process.png", ["cold_process.csv"], plot_cold_process),
+    ("inbox.png", ["inbox.json"], plot_inbox),
 ]
 
 
