@@ -43,7 +43,25 @@ StoreConnection::~StoreConnection()
 {
     for (auto* statement : statements_) sqlite3_finalize(statement);
     for (auto& [text, statement] : composed_) sqlite3_finalize(statement);
+    if (logLimit_ > 0 && logFrames_ >= logLimit_) {
+        sqlite3_busy_timeout(database_, 0);
+        sqlite3_wal_checkpoint_v2(database_, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    }
     sqlite3_close_v2(database_);
+}
+
+void StoreConnection::limitLog(int pages)
+{
+    logLimit_ = pages;
+    sqlite3_wal_hook(
+        database_,
+        [](void* connection, sqlite3* database, const char* schema, int frames) {
+            auto& self = *static_cast<StoreConnection*>(connection);
+            self.logFrames_ = frames;
+            if (frames >= self.logLimit_) sqlite3_wal_checkpoint(database, schema);
+            return SQLITE_OK; // the commit stands whatever the copy did
+        },
+        this);
 }
 
 StoreConnection::Use::~Use()

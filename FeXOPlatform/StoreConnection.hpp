@@ -82,6 +82,15 @@ public:
     // returned (with synchronous FULL: is durable), whether a single write or a transaction.
     void setCommitObserver(std::function<void()> observer) { commitObserver_ = std::move(observer); }
 
+    // Once a commit leaves at least `pages` pages in the log, they are copied into the database
+    // (SQLite's own automatic checkpoint, which a long-lived connection follows by writing the
+    // log again from its start). A connection that goes away leaves its log behind, and the next
+    // one to open the store alone rebuilds the log's index from all of it, no longer knowing
+    // what was copied, so it copies all of it again and the log never starts over. So when this
+    // connection closes with the log at least that long, it empties the log, without waiting for
+    // other processes (one that is reading keeps its log for a later close).
+    void limitLog(int pages);
+
     // SQLite's words for the latest write that failed.
     const std::string& lastFailure() const { return lastFailure_; }
     sqlite3* database() const { return database_; }
@@ -105,6 +114,8 @@ private:
     std::string lastFailure_;
     std::unordered_map<std::string, sqlite3_stmt*> composed_;
     std::function<void()> commitObserver_;
+    int logLimit_ = 0;
+    int logFrames_ = 0; // in the log after this connection's latest commit
 };
 
 } // namespace fexo

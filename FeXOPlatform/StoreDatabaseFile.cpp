@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdint>
 #include <string>
 
 namespace fexo {
@@ -66,23 +65,6 @@ bool configureStoreDatabase(sqlite3* database)
            execute(database, "CREATE TABLE IF NOT EXISTS defaults ("
                              "key TEXT PRIMARY KEY NOT NULL, kind INTEGER NOT NULL, value BLOB NOT NULL"
                              ") WITHOUT ROWID");
-}
-
-void keepStoreLogShort(sqlite3* database, int pages)
-{
-    sqlite3_wal_hook(
-        database,
-        [](void* threshold, sqlite3* committed, const char* schema, int frames) {
-            if (frames < static_cast<int>(reinterpret_cast<std::intptr_t>(threshold))) return SQLITE_OK;
-            // A copy merely started here (SQLite's own automatic checkpoint) is lost with the
-            // process: the next opener no longer knows which frames were copied, keeps them all,
-            // and copies them all again. Only an emptied log stays short.
-            sqlite3_busy_timeout(committed, 0);
-            sqlite3_wal_checkpoint_v2(committed, schema, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
-            sqlite3_busy_timeout(committed, busyTimeoutMilliseconds);
-            return SQLITE_OK; // the commit stands whatever the copy did
-        },
-        reinterpret_cast<void*>(static_cast<std::intptr_t>(pages)));
 }
 
 // SQLite gives its -wal and -shm files the mode of the database file.

@@ -23,14 +23,6 @@ StoreDatabase openStoreDatabase(const std::filesystem::path& path);
 // are published.
 bool configureStoreDatabase(sqlite3* database);
 
-// Once a commit leaves at least `pages` pages in the log, the committing connection copies the
-// log into the database and truncates it to nothing, without waiting for other processes (a
-// reader or writer elsewhere turns it into a plain copy, or into nothing, until a later commit).
-// A connection that goes away leaves its log behind, and the next connection to open the store
-// alone reads all of it; the truncation is what keeps that read, and the log, bounded when every
-// writer is a short-lived process.
-void keepStoreLogShort(sqlite3* database, int pages);
-
 // Makes sure the database file exists, mode 0600, already configured, so that processes opening
 // the suite at once never race to convert it. A new file is prepared under a private name and
 // published with link(), which fails harmlessly when another process won. False when the path

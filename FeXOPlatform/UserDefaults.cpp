@@ -14,7 +14,7 @@ namespace {
 
 using Statement = StoreConnection::Statement;
 
-// Log pages after which a commit copies the log into the database and empties it.
+// Log pages after which a commit copies the log back into the database.
 constexpr int walCheckpointPages = 128;
 constexpr const char* databaseFileName = "defaults.sqlite";
 
@@ -80,9 +80,8 @@ std::shared_ptr<UserDefaults> UserDefaults::open(std::string_view suiteName)
     // The sync of the log at each commit is all a change needs, so the connection leaves the log
     // as it is when it goes away instead of copying it into the database (two more syncs, which
     // every short-lived extension process would pay). The next opener rebuilds its index from
-    // the log; emptying the log every few commits keeps that read short.
+    // the log; the connection's log limit keeps that read and the log short.
     sqlite3_db_config(database.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    keepStoreLogShort(database.get(), walCheckpointPages);
     // After one large change (say, deleting every record) the log file shrinks back once copied.
     // The page cache is bounded to 512 KiB: an extension process lives with little memory, its
     // work is a few point reads and writes, and the whole-store scans of the app read pages in
@@ -92,6 +91,7 @@ std::shared_ptr<UserDefaults> UserDefaults::open(std::string_view suiteName)
         return nullptr;
     }
     auto connection = std::make_unique<StoreConnection>(database.release(), databasePath);
+    connection->limitLog(walCheckpointPages);
     return std::shared_ptr<UserDefaults>(new UserDefaults(std::string(suiteName), databasePath, std::move(connection)));
 }
 

@@ -1,7 +1,7 @@
 // The least a cold extension process can do and still store a push durably: one POST with
 // libcurl on the calling thread, then the answer stored under a fresh random key with one
-// prepared upsert into the store's own file (WAL, synchronous FULL, left without a checkpoint on
-// close and with its log emptied every 128 pages, as the project leaves it). No configuration,
+// prepared upsert into the store's own file (WAL, synchronous FULL, no checkpoint on close, the
+// log copied back at 128 pages and emptied on closing past that, as the project keeps it). No configuration,
 // no decoding, no second thread. Linked as fexo is (SQLite and the C++ runtime inside, unused
 // sections dropped), so that it starts the way fexo starts.
 //
@@ -35,12 +35,10 @@ bool readFile(const char* path, std::string& into)
     return true;
 }
 
-int truncateLongLog(void*, sqlite3* database, const char* schema, int frames)
+int copyLongLog(void* frames, sqlite3* database, const char* schema, int inLog)
 {
-    if (frames < 128) return SQLITE_OK;
-    sqlite3_busy_timeout(database, 0);
-    sqlite3_wal_checkpoint_v2(database, schema, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
-    sqlite3_busy_timeout(database, 5000);
+    *static_cast<int*>(frames) = inLog;
+    if (inLog >= 128) sqlite3_wal_checkpoint(database, schema);
     return SQLITE_OK;
 }
 
@@ -83,11 +81,12 @@ int main(int argc, char** argv)
 
     sqlite3* database = nullptr;
     sqlite3_stmt* upsert = nullptr;
+    int frames = 0;
     bool stored = sqlite3_open_v2(argv[3], &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK;
     if (stored) {
         sqlite3_busy_timeout(database, 5000);
         sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-        sqlite3_wal_hook(database, truncateLongLog, nullptr);
+        sqlite3_wal_hook(database, copyLongLog, &frames);
         stored = sqlite3_exec(database, "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr) == SQLITE_OK &&
                  sqlite3_prepare_v2(database,
                                     "INSERT INTO defaults (key, kind, value) VALUES (?1, 5, ?2) ON CONFLICT (key) DO "
@@ -100,6 +99,10 @@ int main(int argc, char** argv)
         stored = sqlite3_step(upsert) == SQLITE_DONE;
     }
     sqlite3_finalize(upsert);
+    if (frames >= 128) {
+        sqlite3_busy_timeout(database, 0);
+        sqlite3_wal_checkpoint_v2(database, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    }
     sqlite3_close(database);
     if (!stored) return 6;
     std::fwrite(answer.data(), 1, answer.size(), stdout);
