@@ -150,6 +150,32 @@ void projectUnread(benchmark::State& state, std::size_t count)
     for (auto _ : state) benchmark::DoNotOptimize(s.inbox.unreadCount());
 }
 
+// What an observation's callback waits for after another process's commit: the counts read by a
+// connection whose page cache SQLite has just dropped (another connection wrote one record, not
+// timed), against the same read with nothing changed.
+void countsRead(benchmark::State& state, std::size_t count, bool afterCommit)
+{
+    Store& s = store(count);
+    sqlite3_stmt* upsert = nullptr;
+    check(sqlite3_prepare_v2(s.bare,
+                             "INSERT INTO defaults (key, kind, value) VALUES ('response_counts', 5, ?1) "
+                             "ON CONFLICT (key) DO UPDATE SET value = excluded.value",
+                             -1, &upsert, nullptr) == SQLITE_OK,
+          "prepare write");
+    const std::string record = recordJSON("counts", 800000000.0);
+    for (auto _ : state) {
+        if (afterCommit) {
+            sqlite3_reset(upsert);
+            sqlite3_bind_blob(upsert, 1, record.data(), static_cast<int>(record.size()), SQLITE_STATIC);
+            check(sqlite3_step(upsert) == SQLITE_DONE, "write");
+        }
+        const auto start = std::chrono::steady_clock::now();
+        benchmark::DoNotOptimize(s.inbox.counts());
+        state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+    sqlite3_finalize(upsert);
+}
+
 void bareUnread(benchmark::State& state, std::size_t count)
 {
     Store& s = store(count);
@@ -412,12 +438,17 @@ void measureIdle()
            static_cast<double>(calls.load() + switches), 0.5);
 }
 
+// `manualTime`: the function times each iteration itself.
 template <class F>
-void add(const std::string& name, F function, std::size_t count, std::int64_t iterations = 0)
+void add(const std::string& name, F function, std::size_t count, std::int64_t iterations = 0, bool manualTime = false)
 {
     auto* benchmark = benchmark::RegisterBenchmark(
         name.c_str(), [function, count](benchmark::State& state) { function(state, count); });
-    benchmark->Unit(benchmark::kMicrosecond)->UseRealTime();
+    benchmark->Unit(benchmark::kMicrosecond);
+    if (manualTime)
+        benchmark->UseManualTime();
+    else
+        benchmark->UseRealTime();
     if (iterations > 0) benchmark->Iterations(iterations);
 }
 
@@ -439,11 +470,16 @@ int main(int argc, char** argv)
     add("page/fetchAll-and-sort/100000", fetchAllAndSort, n, 3);
     add("unreadCount/project/100000", projectUnread, n);
     add("unreadCount/baseline/100000", bareUnread, n);
+    // At the size of the observation figure's store.
+    add("counts/after-another-commit/64", [](benchmark::State& state, std::size_t count) { countsRead(state, count, true); }, 64, 0, true);
+    add("counts/unchanged/64", [](benchmark::State& state, std::size_t count) { countsRead(state, count, false); }, 64, 0, true);
     const std::vector<Figure> figures = {
         {"first page of 50 at 100k records", "page/project/100000", "page/baseline/100000", "", 1.5},
         {"unreadCount at 100k records", "unreadCount/project/100000", "unreadCount/baseline/100000", "", 1.5},
         {"page of 50 at 100k vs fetchAllNotifications and a sort", "page/project/100000",
          "page/fetchAll-and-sort/100000", "", 0, true},
+        {"counts at 64 records, read after another connection's commit vs with nothing changed",
+         "counts/after-another-commit/64", "counts/unchanged/64", "", 0},
     };
     return runAndReport(argc, argv, figures);
 }
