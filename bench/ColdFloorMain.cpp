@@ -82,7 +82,8 @@ int main(int argc, char** argv)
     sqlite3* database = nullptr;
     sqlite3_stmt* upsert = nullptr;
     int frames = 0;
-    bool stored = sqlite3_open_v2(argv[3], &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK;
+    bool stored =
+        sqlite3_open_v2(argv[3], &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK;
     if (stored) {
         sqlite3_busy_timeout(database, 5000);
         sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);

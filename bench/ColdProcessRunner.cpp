@@ -227,7 +227,8 @@ int main(int argc, char** argv)
     };
     for (const auto& row : rows) {
         std::vector<double> medians;
-        for (const auto& taken : samples) medians.push_back(row.real ? median(taken, row.real) : median(taken, row.whole));
+        for (const auto& taken : samples)
+            medians.push_back(row.real ? median(taken, row.real) : median(taken, row.whole));
         const auto over = [](double x, double y) { return y > 0 ? x / y : 0; };
         const double ma = medians[0];
         const double mb = medians[1];
@@ -251,8 +252,8 @@ int main(int argc, char** argv)
             const bool met = ratio <= goal;
             std::printf("  (goal <= %.2fx: %s)", goal, met ? "met" : "missed");
             appendSummary("cold " + a + " " + (isTime ? "time" : "peak RSS") + ", median of " + std::to_string(runs) +
-                          " (spawn to wait4)|" + shown(ma) + "|" + shown(mb) + " (" + b + ")|" + format("%.2fx", ratio) +
-                          "|" + format("<= %.2fx", goal) + "|" + (met ? "met" : "missed"));
+                          " (spawn to wait4)|" + shown(ma) + "|" + shown(mb) + " (" + b + ")|" +
+                          format("%.2fx", ratio) + "|" + format("<= %.2fx", goal) + "|" + (met ? "met" : "missed"));
         }
         std::printf("\n");
     }

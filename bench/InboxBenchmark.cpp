@@ -471,8 +471,12 @@ int main(int argc, char** argv)
     add("unreadCount/project/100000", projectUnread, n);
     add("unreadCount/baseline/100000", bareUnread, n);
     // At the size of the observation figure's store.
-    add("counts/after-another-commit/64", [](benchmark::State& state, std::size_t count) { countsRead(state, count, true); }, 64, 0, true);
-    add("counts/unchanged/64", [](benchmark::State& state, std::size_t count) { countsRead(state, count, false); }, 64, 0, true);
+    add(
+        "counts/after-another-commit/64",
+        [](benchmark::State& state, std::size_t count) { countsRead(state, count, true); }, 64, 0, true);
+    add(
+        "counts/unchanged/64", [](benchmark::State& state, std::size_t count) { countsRead(state, count, false); }, 64,
+        0, true);
     const std::vector<Figure> figures = {
         {"first page of 50 at 100k records", "page/project/100000", "page/baseline/100000", "", 1.5},
         {"unreadCount at 100k records", "unreadCount/project/100000", "unreadCount/baseline/100000", "", 1.5},
