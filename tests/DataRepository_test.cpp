@@ -7,6 +7,8 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+
 namespace {
 
 using fexo::DataRepository;
@@ -101,7 +103,9 @@ TEST_F(DataRepositoryTest, ProcessesSideBySideLoseNoWrite)
     children.push_back(std::make_unique<fexo::test::ForkedProcess>([&] {
         gate.pass();
         auto own = makeRepository();
-        for (int round = 0; round < 20000; ++round) {
+        // Until a deadline, not a number of rounds: a round that finds the record already read
+        // writes nothing, so rounds can run out long before the writers' flushes let them finish.
+        for (const auto until = std::chrono::steady_clock::now() + 50s; std::chrono::steady_clock::now() < until;) {
             own.markNotificationAsRead("shared");
             const auto seen = own.fetchNotification("shared");
             if (seen && seen->data->text == last && seen->isRead == true) return 0;
