@@ -40,6 +40,12 @@ def timed(command, env):
     return elapsed, rss, done.stdout.decode()
 
 
+def fexo_command(fexo_program, work, app_groups):
+    """One `fexo handle-push` of the push that prepare() wrote, on the store under work/app_groups."""
+    return [fexo_program, "--resources", os.path.join(work, "resources"), "--app-groups",
+            os.path.join(work, app_groups), "handle-push", os.path.join(work, "push.json")]
+
+
 def prepare(work, base_url, fexo_program):
     """Writes the configuration, the push and the body into `work`; returns the fexo and curl
     command lines of one run each."""
@@ -54,8 +60,7 @@ def prepare(work, base_url, fexo_program):
     body = os.path.join(work, "body.json")
     with open(body, "w") as out:
         out.write(BODY)
-    fexo = [fexo_program, "--resources", resources, "--app-groups", os.path.join(work, "app-groups"),
-            "handle-push", push]
+    fexo = fexo_command(fexo_program, work, "app-groups")
     curl = ["curl", "-sS", "-o", "/dev/null", "-H", "Content-Type: application/json",
             "-H", "client_secret: " + CLIENT_SECRET, "-H", "client_id: " + CLIENT_ID,
             "--data-binary", "@" + body, base_url + PATH]
@@ -90,12 +95,10 @@ def main():
             commands = ["--name", "fexo handle-push"] + fexo + ["--name", "curl"] + curl
             if args.floor:
                 # The floor writes into a store that fexo laid out, apart from fexo's own.
-                floor_groups = os.path.join(work, "floor-app-groups")
-                made = subprocess.run(fexo[:fexo.index("--app-groups") + 1] + [floor_groups] +
-                                      fexo[fexo.index("--app-groups") + 2:], env=env, capture_output=True)
+                made = subprocess.run(fexo_command(args.fexo, work, "floor-app-groups"), env=env, capture_output=True)
                 if made.returncode != 0:
                     sys.exit("cold_process: fexo could not lay out the floor's store")
-                store = os.path.join(floor_groups, "group.bench.fexo", "defaults.sqlite")
+                store = os.path.join(work, "floor-app-groups", "group.bench.fexo", "defaults.sqlite")
                 commands += ["--name", "floor", args.floor, base_url + PATH, os.path.join(work, "body.json"),
                              store, CLIENT_ID, CLIENT_SECRET]
             done = subprocess.run(runner + commands, env=env)

@@ -127,21 +127,28 @@ def plot_cold_process(samples, out, context):
     figure.savefig(out)
 
 
-def store_medians(samples):
-    with open(os.path.join(samples, "store.json")) as handle:
+def read_benchmarks(path):
+    """A Google Benchmark JSON report: every run's time in µs by name (decorations dropped), and
+    the median aggregates by name."""
+    with open(path) as handle:
         report = json.load(handle)
+    runs = {}
     medians = {}
-    per_name = {}
     for bench in report.get("benchmarks", []):
         name = bench.get("run_name", bench["name"])
         name = name.split("/iterations:")[0].split("/repeats:")[0].split("/real_time")[0]
-        factor = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}[bench.get("time_unit", "us")]
+        time = bench["real_time"] * {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}[bench.get("time_unit", "us")]
         if bench.get("run_type") == "aggregate":
             if bench.get("aggregate_name") == "median":
-                medians[name] = bench["real_time"] * factor
+                medians[name] = time
         else:
-            per_name.setdefault(name, []).append(bench["real_time"] * factor)
-    for name, values in per_name.items():
+            runs.setdefault(name, []).append(time)
+    return runs, medians
+
+
+def store_medians(samples):
+    runs, medians = read_benchmarks(os.path.join(samples, "store.json"))
+    for name, values in runs.items():
         medians.setdefault(name, statistics.median(values))
     return medians
 
@@ -177,15 +184,7 @@ def plot_store(samples, out, context):
 
 
 def plot_inbox(samples, out, context):
-    with open(os.path.join(samples, "inbox.json")) as handle:
-        report = json.load(handle)
-    runs = {}
-    for bench in report.get("benchmarks", []):
-        if bench.get("run_type") == "aggregate":
-            continue
-        name = bench.get("run_name", bench["name"]).split("/iterations:")[0].split("/real_time")[0]
-        factor = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}[bench.get("time_unit", "us")]
-        runs.setdefault(name, []).append(bench["real_time"] * factor)
+    runs, _ = read_benchmarks(os.path.join(samples, "inbox.json"))
     panels = [
         ("first page of 50 at 100k records", "page/project/100000",
          [("same SQL, bare connection", "page/baseline/100000", "≤ 1.5x"),
