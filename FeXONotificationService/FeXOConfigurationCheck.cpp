@@ -22,4 +22,16 @@ FeXOConfigurationCheck FeXOConfigurationCheck::run()
     return check;
 }
 
+FeXOConfigurationCheck FeXOConfigurationCheck::loaded()
+{
+    const ServiceConfiguration& configuration = sharedConfiguration();
+    FeXOConfigurationCheck check;
+    check.baseURL = configuration.baseURL;
+    check.clientSecret = configuration.clientSecret;
+    check.clientId = configuration.clientId;
+    check.appGroup = configuration.appGroup;
+    check.bundleId = configuration.bundleId;
+    return check;
+}
+
 } // namespace fexo

@@ -35,7 +35,7 @@ bool isBusy(int result)
 } // namespace
 
 StoreConnection::StoreConnection(sqlite3* database, std::filesystem::path path)
-    : database_(database), path_(std::move(path))
+    : database_(database), path_(std::move(path)), open_(path_)
 {
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <FeXOPlatform/OpenStores.hpp>
+
 #include <array>
 #include <cstddef>
 #include <filesystem>
@@ -107,6 +109,7 @@ private:
 
     sqlite3* database_;
     std::filesystem::path path_;
+    OpenStores::Mark open_; // while the connection lives
     std::array<sqlite3_stmt*, static_cast<std::size_t>(Statement::count)> statements_{};
     // Depth of performExclusively() calls on the owning thread; writes inside one join it.
     int transactionDepth_ = 0;

@@ -1,6 +1,7 @@
 #include <FeXOPlatform/UserDefaultsRepair.hpp>
 
 #include <FeXOPlatform/AppGroupFolders.hpp>
+#include <FeXOPlatform/OpenStores.hpp>
 #include <FeXOPlatform/StoreDatabaseFile.hpp>
 
 #include <sqlite3.h>
@@ -236,6 +237,12 @@ UserDefaultsRepair::Outcome UserDefaultsRepair::repair(std::string_view suiteNam
         return outcome;
     }
     outcome.databasePath = *path;
+    // A connection of this process would go on using the damaged files, and its next write would
+    // land there, not in the fresh store.
+    if (OpenStores::contains(*path)) {
+        outcome.failure = "this process still has the store open; repair it from a process that has not used it";
+        return outcome;
+    }
     auto damaged = openStoreDatabase(*path);
     if (!damaged) {
         outcome.failure = "the store cannot be opened";

@@ -10,7 +10,7 @@ namespace fexo {
 
 // Checking and repairing a suite's store by hand, for a store that reads refuse because SQLite
 // reports it damaged. Both work on the suite's files directly and never end the process. For the
-// tool; not exported by the shared library.
+// library's public FeXOStoreMaintenance.
 class UserDefaultsRepair {
 public:
     struct Check {
@@ -37,8 +37,9 @@ public:
 
     // Holds the store's write lock while it copies every key/value it can still read, the host
     // app's own keys too, into a fresh store, moves the damaged files aside and puts the fresh
-    // store in their place. Other processes must not have the store open meanwhile: a connection
-    // opened before keeps using the damaged files.
+    // store in their place. Refused while this process has the store open (OpenStores). Other
+    // processes must not have the store open meanwhile: a connection opened before keeps using
+    // the damaged files.
     static Outcome repair(std::string_view suiteName);
 };
 

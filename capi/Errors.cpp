@@ -68,7 +68,7 @@ void fexo_free_string(char* string)
 
 const char* fexo_version(void)
 {
-    return FEXO_VERSION;
+    return FEXO_VERSION_STRING;
 }
 
 } // extern "C"

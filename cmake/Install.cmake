@@ -1,10 +1,8 @@
 include(CMakePackageConfigHelpers)
 
-# Only the public headers, under the same paths as in the tree.
-foreach(header IN LISTS FEXO_PUBLIC_HEADERS)
-  get_filename_component(dir ${header} DIRECTORY)
-  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${dir})
-endforeach()
+# The include/ tree and the generated headers, under the same paths.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ ${FEXO_GENERATED_INCLUDE_DIR}/
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 install(TARGETS FeXONotificationService EXPORT FeXONotificationServiceTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

@@ -2,6 +2,8 @@
 // `store repair`, each run as its own process.
 #include <support/ToolSandbox.hpp>
 
+#include <FeXONotificationService/FeXOService.hpp>
+#include <FeXONotificationService/FeXOStoreMaintenance.hpp>
 #include <FeXOPlatform/UserDefaults.hpp>
 
 #include <gtest/gtest.h>
@@ -66,6 +68,24 @@ TEST(StoreMaintenanceCommand, ADamagedStoreIsRefusedCheckedAndRepaired)
     EXPECT_EQ(fexo::UserDefaults::open(sandbox.values().appGroup)->dataForKey("host.setting"), "kept");
     const auto aside = std::regex_replace(repaired.standardOutput, std::regex(R"([\s\S]*kept as (\S+)\n)"), "$1");
     EXPECT_TRUE(std::filesystem::is_regular_file(aside)) << aside;
+}
+
+TEST(StoreMaintenanceCommand, RepairIsRefusedWhileThisProcessHoldsTheStore)
+{
+    ToolSandbox sandbox(FEXO_TOOL_PATH);
+    {
+        fexo::FeXOService service;
+        service.write(
+            fexo::Response(std::nullopt, fexo::NotificationData("kept", "Ann"), std::nullopt, std::nullopt, "1"));
+        const auto refused = fexo::FeXOStoreMaintenance::repair();
+        EXPECT_FALSE(refused.succeeded());
+        EXPECT_NE(refused.failure.find("this process still has the store open"), std::string::npos) << refused.failure;
+        EXPECT_TRUE(refused.damagedPath.empty());
+        EXPECT_TRUE(service.fetchNotification("1").has_value()); // nothing was moved beneath it
+    }
+    const auto repaired = fexo::FeXOStoreMaintenance::repair(); // every connection is gone
+    EXPECT_TRUE(repaired.succeeded()) << repaired.failure;
+    EXPECT_EQ(repaired.saved, 1u);
 }
 
 } // namespace

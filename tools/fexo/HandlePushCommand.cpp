@@ -6,7 +6,7 @@
 #include <common/ExtensionRoad.hpp>
 #include <common/TerminalText.hpp>
 
-#include <FeXONotificationService/ServiceConfiguration.hpp>
+#include <FeXONotificationService/FeXOConfigurationCheck.hpp>
 #include <FeXOPlatform/CocoaError.hpp>
 #include <FeXOPlatform/JSONSerialization.hpp>
 #include <FeXOPlatform/NSException.hpp>
@@ -35,7 +35,7 @@ int handlePush(const std::string& input, double timeLimitSeconds)
         return 1;
     }
     try {
-        startTransportForOrigin(sharedConfiguration().baseURL);
+        startTransportForOrigin(FeXOConfigurationCheck::loaded().baseURL);
     } catch (const NSException&) {
         // The road below raises the same again, in its own place.
     }

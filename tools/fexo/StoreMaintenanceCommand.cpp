@@ -1,8 +1,7 @@
 #include <fexo/Commands.hpp>
 
-#include <FeXONotificationService/ServiceConfiguration.hpp>
+#include <FeXONotificationService/FeXOStoreMaintenance.hpp>
 #include <FeXOPlatform/NSException.hpp>
-#include <FeXOPlatform/UserDefaultsRepair.hpp>
 
 #include <iostream>
 #include <optional>
@@ -11,11 +10,13 @@ namespace fexo::tool {
 
 namespace {
 
-std::optional<std::string> configuredAppGroup(const ToolOptions& options)
+// The maintenance call's result, or nothing after printing the configuration's exception.
+template <class Call>
+auto maintain(const ToolOptions& options, Call call) -> std::optional<decltype(call())>
 {
     options.apply();
     try {
-        return sharedConfiguration().appGroup;
+        return call();
     } catch (const NSException& exception) {
         std::cerr << "fexo: " << exception.name() << ": " << exception.reason() << std::endl;
         return std::nullopt;
@@ -24,10 +25,10 @@ std::optional<std::string> configuredAppGroup(const ToolOptions& options)
 
 int check(const ToolOptions& options)
 {
-    const auto appGroup = configuredAppGroup(options);
-    if (!appGroup) return 1;
-    const auto result = UserDefaultsRepair::check(*appGroup);
-    if (result.problems.empty()) {
+    const auto checked = maintain(options, &FeXOStoreMaintenance::check);
+    if (!checked) return 1;
+    const auto& result = *checked;
+    if (result.isSound()) {
         std::cout << result.databasePath.string() << ": ok" << std::endl;
         return 0;
     }
@@ -39,10 +40,10 @@ int check(const ToolOptions& options)
 
 int repair(const ToolOptions& options)
 {
-    const auto appGroup = configuredAppGroup(options);
-    if (!appGroup) return 1;
-    const auto outcome = UserDefaultsRepair::repair(*appGroup);
-    if (!outcome.failure.empty()) {
+    const auto repaired = maintain(options, &FeXOStoreMaintenance::repair);
+    if (!repaired) return 1;
+    const auto& outcome = *repaired;
+    if (!outcome.succeeded()) {
         std::cerr << "fexo: could not repair " << outcome.databasePath.string() << ": " << outcome.failure << std::endl;
         return 1;
     }

@@ -20,8 +20,8 @@
 
 #include <common/ExtensionRoad.hpp>
 
+#include <FeXONotificationService/FeXOConfigurationCheck.hpp>
 #include <FeXONotificationService/FeXOService.hpp>
-#include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXOPlatform/JSONDecoder.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
 #include <FeXOPlatform/JSONSerialization.hpp>
@@ -304,7 +304,7 @@ int main(int argc, char** argv)
         else if (words[i] == "--log")
             arguments.log = words[i + 1];
     }
-    const fexo::ServiceConfiguration& configuration = fexo::sharedConfiguration();
+    const fexo::FeXOConfigurationCheck configuration = fexo::FeXOConfigurationCheck::loaded();
     arguments.clientId = configuration.clientId;
     arguments.clientSecret = configuration.clientSecret;
     return run(arguments);

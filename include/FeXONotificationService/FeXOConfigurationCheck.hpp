@@ -29,6 +29,12 @@ struct FEXO_EXPORT FeXOConfigurationCheck {
     bool isValid() const { return exceptionName.empty(); }
 
     static FeXOConfigurationCheck run();
+
+    // The values the library itself uses in this process: the first use loads the configuration
+    // exactly as a request or a store access would, raising as they do (an NSException, through
+    // the raise hook); later calls read nothing. Never an exception name here: a failed load
+    // raises instead. Any thread.
+    static FeXOConfigurationCheck loaded();
 };
 
 } // namespace fexo

@@ -25,6 +25,8 @@
 #ifndef FEXO_NOTIFICATION_SERVICE_FEXO_H
 #define FEXO_NOTIFICATION_SERVICE_FEXO_H
 
+#include <FeXONotificationService/fexo_version.h>
+
 #include <stddef.h>
 #include <stdint.h>
 
@@ -76,7 +78,8 @@ FEXO_C_API void fexo_error_free(fexo_error* error);
 /** Frees a string the library handed out; NULL is ignored. */
 FEXO_C_API void fexo_free_string(char* string);
 
-/** The library's version, "MAJOR.MINOR.PATCH"; a constant string. */
+/** The library's version, "MAJOR.MINOR.PATCH", of the library loaded at run time (FEXO_VERSION_STRING
+ * is that of the headers); a constant string. */
 FEXO_C_API const char* fexo_version(void);
 
 /* ---- resources, configuration check, the URL session ------------------------------------ */
