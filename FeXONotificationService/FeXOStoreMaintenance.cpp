@@ -15,7 +15,7 @@ FeXOStoreMaintenance::Repair FeXOStoreMaintenance::repair()
 {
     auto repaired = UserDefaultsRepair::repair(sharedConfiguration().appGroup);
     return {std::move(repaired.databasePath), std::move(repaired.damagedPath), repaired.saved, repaired.lost,
-            repaired.unlistedKeysLost, std::move(repaired.failure)};
+            repaired.unlistedKeysLost,        std::move(repaired.failure)};
 }
 
 } // namespace fexo
