@@ -10,7 +10,7 @@ namespace fexo {
 
 // A store of notification records. Every operation is synchronous, runs on the caller's thread
 // and returns after the store has been updated; none reports an error.
-class FEXO_EXPORT DataPersistenceProtocol {
+class DataPersistenceProtocol {
 public:
     using Element = Response;
 

@@ -16,7 +16,7 @@ namespace fexo {
 //
 // A value type: copies share one storage object. Safe to use from several threads and beside
 // other processes using the same app group; see each operation for what it guarantees then.
-class FEXO_EXPORT DataRepository final : public DataPersistenceProtocol {
+class DataRepository final : public DataPersistenceProtocol {
 public:
     static constexpr std::string_view keyPrefix = "response_";
 

@@ -14,7 +14,7 @@ namespace fexo {
 // read, or a record that cannot be encoded or decoded, ends the process. A store that refuses a
 // write (no space, no permission, a damaged file) costs only that change: see
 // reportUnwrittenChange().
-class FEXO_EXPORT DataStorage {
+class DataStorage {
 public:
     virtual ~DataStorage();
 
@@ -35,6 +35,6 @@ public:
 // that returned false. The caller goes on as if the change had not been asked for: a record the
 // store cannot take must not cost the user the notification it came with. Standard output is
 // kept for the fixed diagnostics.
-FEXO_EXPORT void reportUnwrittenChange(const UserDefaults& store);
+void reportUnwrittenChange(const UserDefaults& store);
 
 } // namespace fexo

@@ -9,7 +9,7 @@ namespace fexo {
 
 // The body of a device registration. Every field is required and always written, an empty
 // text as "". The JSON keys are the field names, "imeI1" and "imeI2" with their mixed case.
-struct FEXO_EXPORT DeviceInfo : Payloadable {
+struct DeviceInfo : Payloadable {
     std::string deviceId;
     std::string registrationId; // the device's push token
     std::string mobileNumber;
@@ -32,9 +32,9 @@ protected:
     void encode(nlohmann::json& json) const override;
 };
 
-FEXO_EXPORT void to_json(nlohmann::json& json, const DeviceInfo& value);
+void to_json(nlohmann::json& json, const DeviceInfo& value);
 // Every key is required: keyNotFound, valueNotFound for null, typeMismatch, and dataCorrupted
 // for a provider outside 1 to 3.
-FEXO_EXPORT void from_json(const nlohmann::json& json, DeviceInfo& value);
+void from_json(const nlohmann::json& json, DeviceInfo& value);
 
 } // namespace fexo

@@ -1,7 +1,9 @@
 #include <FeXONotificationService/FeXOService.hpp>
 
+#include <FeXONotificationService/DataRepository.hpp>
 #include <FeXONotificationService/DeviceInfo.hpp>
 #include <FeXONotificationService/NotificationInbox.hpp>
+#include <FeXONotificationService/PushNotificationProvider.hpp>
 #include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXONotificationService/UserDefaultsDataStorage.hpp>
 #include <FeXOPlatform/StoreObserver.hpp>
@@ -9,19 +11,31 @@
 
 namespace fexo {
 
+// The two fields of the service, in their order: copied with it, so that a copy has its own
+// provider and a repository that shares the one storage object.
+struct FeXOService::Collaborators {
+    PushNotificationProvider pushProvider;
+    DataRepository dataPersistence;
+};
+
 FeXOService::FeXOService()
-    : pushProvider_(std::make_shared<NetworkingService>()),
-      dataPersistence_(std::make_shared<UserDefaultsDataStorage>())
+    : collaborators_(
+          std::make_unique<Collaborators>(Collaborators{PushNotificationProvider(std::make_shared<NetworkingService>()),
+                                                        DataRepository(std::make_shared<UserDefaultsDataStorage>())}))
 {
 }
 
-FeXOService::FeXOService(PushNotificationProvider pushProvider, DataRepository dataPersistence)
-    : pushProvider_(std::move(pushProvider)), dataPersistence_(std::move(dataPersistence))
+FeXOService::FeXOService(const FeXOService& other)
+    : collaborators_(std::make_unique<Collaborators>(*other.collaborators_))
 {
 }
 
-FeXOService::FeXOService(const FeXOService& other) = default;
-FeXOService& FeXOService::operator=(const FeXOService& other) = default;
+FeXOService& FeXOService::operator=(const FeXOService& other)
+{
+    if (this != &other) *collaborators_ = *other.collaborators_;
+    return *this;
+}
+
 FeXOService::~FeXOService() = default;
 
 void FeXOService::registerDevice(std::string token, std::string deviceID, std::string imeI1, std::string imeI2,
@@ -31,39 +45,39 @@ void FeXOService::registerDevice(std::string token, std::string deviceID, std::s
     DeviceInfo deviceInfo(std::move(deviceID), std::move(token), std::move(mobileNumber),
                           sharedConfiguration().bundleId, "iOS", UIDevice::current().systemVersion(), std::move(imeI1),
                           std::move(imeI2), "", provider);
-    pushProvider_.registerDevice(
+    collaborators_->pushProvider.registerDevice(
         std::move(deviceInfo),
         [completion = std::move(completion)](Result<RegisterDeviceModel> result) { completion(std::move(result)); });
 }
 
 std::optional<std::vector<Response>> FeXOService::fetchAllNotifications()
 {
-    return dataPersistence_.fetchAllNotifications();
+    return collaborators_->dataPersistence.fetchAllNotifications();
 }
 
 std::optional<Response> FeXOService::fetchNotification(std::string_view id)
 {
-    return dataPersistence_.fetchNotification(id);
+    return collaborators_->dataPersistence.fetchNotification(id);
 }
 
 void FeXOService::deleteAllNotifications()
 {
-    dataPersistence_.deleteAllNotifications();
+    collaborators_->dataPersistence.deleteAllNotifications();
 }
 
 void FeXOService::deleteNotification(std::string_view id)
 {
-    dataPersistence_.deleteNotification(id);
+    collaborators_->dataPersistence.deleteNotification(id);
 }
 
 void FeXOService::markNotificationAsRead(std::string_view id)
 {
-    dataPersistence_.markNotificationAsRead(id);
+    collaborators_->dataPersistence.markNotificationAsRead(id);
 }
 
 void FeXOService::write(const Response& response)
 {
-    dataPersistence_.write(response);
+    collaborators_->dataPersistence.write(response);
 }
 
 void FeXOService::logout()
@@ -73,22 +87,22 @@ void FeXOService::logout()
 
 Result<NotificationPage> FeXOService::fetchNotifications(std::size_t limit, std::string_view after)
 {
-    return NotificationInbox(dataPersistence_.dataStorage()).page(limit, after);
+    return NotificationInbox(collaborators_->dataPersistence.dataStorage()).page(limit, after);
 }
 
 std::uint64_t FeXOService::unreadCount()
 {
-    return NotificationInbox(dataPersistence_.dataStorage()).unreadCount();
+    return NotificationInbox(collaborators_->dataPersistence.dataStorage()).unreadCount();
 }
 
 void FeXOService::markAllNotificationsAsRead()
 {
-    NotificationInbox(dataPersistence_.dataStorage()).markAllAsRead();
+    NotificationInbox(collaborators_->dataPersistence.dataStorage()).markAllAsRead();
 }
 
 NotificationObservation FeXOService::observeNotifications(std::function<void(NotificationCounts)> callback)
 {
-    const auto& storage = dataPersistence_.dataStorage();
+    const auto& storage = collaborators_->dataPersistence.dataStorage();
     const auto databasePath = storage->userDefaults().databasePath();
     const auto token = StoreObserver::add(
         databasePath, [inbox = NotificationInbox(storage), callback = std::move(callback)]() mutable {

@@ -16,7 +16,7 @@
 namespace fexo {
 
 // Sends a request to the server and decodes the answer's body as a record.
-class FEXO_EXPORT Networking {
+class Networking {
 public:
     using TransferCompletion = std::function<void(std::optional<std::string> data,
                                                   std::optional<HTTPURLResponse> response, std::optional<Error> error)>;

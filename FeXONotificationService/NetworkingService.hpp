@@ -6,7 +6,7 @@ namespace fexo {
 
 // Networking over the process's shared URL session: one attempt per request, nothing added
 // to or changed in the request. Stateless; completions run on the shared session's thread.
-class FEXO_EXPORT NetworkingService : public Networking {
+class NetworkingService : public Networking {
 public:
     void send(const RequestProviding& request, TransferCompletion completion) const override;
 };

@@ -10,7 +10,7 @@
 namespace fexo {
 
 // Fetches the content of one notification from the server through the adopter's network.
-class FEXO_EXPORT NotificationContentProvider {
+class NotificationContentProvider {
 public:
     virtual ~NotificationContentProvider();
 

@@ -8,7 +8,7 @@ namespace fexo {
 
 // The body of a notification-content request: whom the push was for and through which
 // registration. Both keys are required and always written.
-struct FEXO_EXPORT NotificationRequestInfo : Payloadable {
+struct NotificationRequestInfo : Payloadable {
     std::string recipientId;
     std::string registrationId;
 
@@ -27,7 +27,7 @@ protected:
     void encode(nlohmann::json& json) const override;
 };
 
-FEXO_EXPORT void to_json(nlohmann::json& json, const NotificationRequestInfo& value);
-FEXO_EXPORT void from_json(const nlohmann::json& json, NotificationRequestInfo& value);
+void to_json(nlohmann::json& json, const NotificationRequestInfo& value);
+void from_json(const nlohmann::json& json, NotificationRequestInfo& value);
 
 } // namespace fexo

@@ -10,7 +10,7 @@ namespace fexo {
 // Device registration over one network; the host app's side of the server. (The extension
 // fetches notification content through its own handler.) A value: copies share the network,
 // which is immutable, so a copy behaves exactly as its original.
-class FEXO_EXPORT PushNotificationProvider : public RegisterDeviceProvider {
+class PushNotificationProvider : public RegisterDeviceProvider {
 public:
     explicit PushNotificationProvider(
         std::shared_ptr<const Networking> network = std::make_shared<NetworkingService>());

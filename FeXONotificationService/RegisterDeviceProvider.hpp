@@ -10,7 +10,7 @@
 namespace fexo {
 
 // Registers the device with the server through the adopter's network.
-class FEXO_EXPORT RegisterDeviceProvider {
+class RegisterDeviceProvider {
 public:
     virtual ~RegisterDeviceProvider();
 

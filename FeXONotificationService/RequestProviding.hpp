@@ -5,7 +5,7 @@
 namespace fexo {
 
 // Something that yields one complete request to the service's server.
-class FEXO_EXPORT RequestProviding {
+class RequestProviding {
 public:
     virtual ~RequestProviding();
 

@@ -11,6 +11,11 @@
 
 namespace fexo {
 
+bool Response::carriesNotification() const
+{
+    return data && ((data->text && !data->text->empty()) || (data->sender && !data->sender->empty()));
+}
+
 namespace {
 
 // Strict RFC 8259 JSON, parsed in place in a copy of the text (strings are unescaped where they

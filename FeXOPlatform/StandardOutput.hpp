@@ -11,6 +11,6 @@ namespace fexo {
 // quote text from outside (the keys of a push that failed to decode), so it stays one line and
 // never drives a terminal: control characters (C0, DEL and, as UTF-8, C1) are written as \xHH
 // escapes of their bytes. The library's fixed texts hold none and print as they stand.
-FEXO_EXPORT void printLine(std::string_view text);
+void printLine(std::string_view text);
 
 } // namespace fexo

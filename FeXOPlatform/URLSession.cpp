@@ -58,6 +58,11 @@ bool URLSession::waitUntilIdle(std::chrono::milliseconds limit)
     return engine_->waitUntilIdle(limit);
 }
 
+bool URLSession::isCurrentThread() const
+{
+    return engine_->isCurrentThread();
+}
+
 std::uint64_t URLSession::connectionsOpened() const
 {
     return engine_->connectionsOpened();

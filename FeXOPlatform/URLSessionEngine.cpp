@@ -64,6 +64,12 @@ bool URLSession::Engine::waitUntilIdle(std::chrono::milliseconds limit)
     return idle_.wait_for(lock, limit, [&] { return inFlight_ == 0; });
 }
 
+bool URLSession::Engine::isCurrentThread() const
+{
+    std::lock_guard lock(mutex_);
+    return threadStarted_ && std::this_thread::get_id() == threadId_;
+}
+
 void URLSession::Engine::stop(bool cancel, std::chrono::milliseconds limit)
 {
     std::unique_lock lock(mutex_);

@@ -32,6 +32,7 @@ public:
     bool reconfigure(URLSessionConfiguration configuration);
     void enqueue(std::unique_ptr<URLSessionTransfer> transfer);
     bool waitUntilIdle(std::chrono::milliseconds limit);
+    bool isCurrentThread() const;
     std::uint64_t connectionsOpened() const { return connections_.load(); }
 
     // Ends the thread. With `cancel`, every task still in flight completes with URLError
@@ -63,7 +64,7 @@ private:
     CURLM* multi_ = nullptr;
     std::atomic<std::uint64_t> connections_{0};
 
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::condition_variable idle_;
     std::condition_variable exited_;
     std::deque<std::unique_ptr<URLSessionTransfer>> incoming_;

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <future>
+
 namespace {
 
 using fexo::AnyValue;
@@ -91,6 +93,90 @@ TEST_F(ExtensionHandlerTest, AnUndecodablePushIsPrintedAndStillAsksWithEmptyIden
         EXPECT_NE(handled.printed.find(cases[i].second), std::string::npos) << handled.printed;
         EXPECT_EQ(requestBody(i), (nlohmann::json{{"recipientId", ""}, {"registrationId", ""}}));
     }
+}
+
+class ExtensionDeliveryTest : public ExtensionHandlerTest {
+protected:
+    fexo::FeXONotificationExtensionHandler::Delivery deliver(AnyValue userInfo, std::chrono::milliseconds limit)
+    {
+        return fexo::FeXONotificationExtensionHandler().deliver(
+            fexo::UNNotificationRequest(
+                "id", std::make_shared<fexo::UNNotificationContent>("Shown title", "Shown body", std::move(userInfo))),
+            limit);
+    }
+    void answer(std::string body)
+    {
+        server.setHandler([body](const httplib::Request&, httplib::Response& response) {
+            response.set_content(body, "application/json");
+        });
+    }
+};
+
+TEST_F(ExtensionDeliveryTest, OnlyARecordThatCarriesANotificationIsShownElseThePushsOwnAlert)
+{
+    struct Case {
+        const char* answer;
+        AnyValue push;
+        const char* shown; // title|body
+        bool rewritten;
+        bool stored;
+    };
+    const AnyValue textAlert(AnyValue::Dictionary{{"aps", AnyValue::Dictionary{{"alert", "Plain alert"}}}});
+    const Case cases[] = {
+        {R"({"data":{"text":"Hi","sender":"Ann"}})", pushFor("u"), "Ann|Hi", true, true},
+        {R"({"data":{"sender":"Ann"}})", pushFor("u"), "Ann|", true, true},
+        {R"({"errorCode":404,"errorMessage":"Notification not found"})", pushFor("u"), "Push title|", false, true},
+        {R"({"data":{"text":"","sender":""}})", textAlert, "|Plain alert", false, true},
+        {"not json", textAlert, "|Plain alert", false, false},
+        {"{}", AnyValue(AnyValue::Dictionary{}), "|", false, true},
+    };
+    for (const auto& c : cases) {
+        answer(c.answer);
+        testing::internal::CaptureStdout();
+        const auto delivery = deliver(c.push, fexo::test::patience);
+        const std::string printed = testing::internal::GetCapturedStdout();
+        ASSERT_TRUE(delivery.content);
+        EXPECT_EQ(delivery.content->title() + "|" + delivery.content->body(), c.shown) << c.answer;
+        EXPECT_EQ(delivery.rewritten, c.rewritten) << c.answer;
+        EXPECT_EQ(delivery.content->userInfo(), c.push) << c.answer;
+        ASSERT_EQ(delivery.recordId.has_value(), c.stored) << c.answer;
+        if (c.stored) {
+            const auto record = fexo::FeXOService().fetchNotification(*delivery.recordId);
+            ASSERT_TRUE(record.has_value()) << c.answer;
+            EXPECT_EQ(record->carriesNotification(), c.rewritten) << c.answer;
+        } else {
+            EXPECT_NE(printed.find("Notifications Content Error"), std::string::npos) << printed;
+        }
+    }
+}
+
+TEST_F(ExtensionDeliveryTest, ReturnsWithItsOwnRequestWhileAnotherStallsAndAtItsLimitWhenItsOwnStalls)
+{
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    std::atomic<bool> stallContent{false};
+    server.setHandler([&, released](const httplib::Request& request, httplib::Response& response) {
+        if (request.path == "/api/Registration/RegisterNewDevice" || stallContent) released.wait();
+        response.set_content(R"({"data":{"text":"Hi","sender":"Ann"}})", "application/json");
+    });
+    fexo::test::Completion<fexo::Result<fexo::RegisterDeviceModel>> registered;
+    fexo::FeXOService().registerDevice("t", "d", "", "", "", fexo::PushProvider::FCM, registered.handler());
+
+    const auto own = deliver(pushFor("u"), fexo::test::patience);
+    EXPECT_TRUE(own.rewritten);
+    EXPECT_TRUE(own.recordId.has_value());
+    EXPECT_EQ(registered.calls(), 0); // the stalled registration is still in flight
+
+    stallContent = true;
+    const auto late = deliver(pushFor("u"), std::chrono::milliseconds(100));
+    EXPECT_FALSE(late.rewritten);
+    EXPECT_FALSE(late.recordId.has_value());
+    EXPECT_EQ(late.content->title(), "Push title");
+
+    release.set_value();
+    EXPECT_TRUE(registered.wait().has_value());
+    EXPECT_TRUE(fexo::URLSession::shared().waitUntilIdle(fexo::test::patience));
+    EXPECT_EQ(fexo::FeXOService().fetchAllNotifications()->size(), 2u); // the late answer is still stored
 }
 
 } // namespace

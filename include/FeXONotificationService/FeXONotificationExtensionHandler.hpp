@@ -1,34 +1,45 @@
 #pragma once
 
-#include <FeXONotificationService/DataRepository.hpp>
-#include <FeXONotificationService/Networking.hpp>
-#include <FeXONotificationService/NotificationContentProvider.hpp>
 #include <FeXOPlatform/Export.hpp>
 #include <FeXOPlatform/UNMutableNotificationContent.hpp>
 #include <FeXOPlatform/UNNotificationRequest.hpp>
 
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace fexo {
 
-// The notification extension's entry: call handleNotification for every push that arrives.
+// The notification extension's entry: call handleNotification, or deliver, for every push that
+// arrives.
 //
-// A value: creating one reads no file and opens nothing. Each call works on its own copy of
-// the handler, so the handler may be dropped as soon as handleNotification returns.
-class FEXO_EXPORT FeXONotificationExtensionHandler : public NotificationContentProvider {
+// A value: creating one reads no file and opens nothing. It holds its collaborators (the record
+// repository and the network) by value; each call works on its own copy of them, so the handler
+// may be dropped as soon as a call returns.
+class FEXO_EXPORT FeXONotificationExtensionHandler {
 public:
     // Receives the rewritten content, ready to be shown.
     using ContentHandler = std::function<void(std::shared_ptr<UNMutableNotificationContent> content)>;
 
+    // What deliver() gives the extension to show for one push.
+    struct Delivery {
+        // The content to show; never null. The server's sender and text when `rewritten`, else
+        // the push's own alert.
+        std::shared_ptr<UNMutableNotificationContent> content;
+        // True when the server's record was delivered in time and carries a notification
+        // (Response::carriesNotification()).
+        bool rewritten = false;
+        // The id of the record stored for this push, when it was stored before deliver()
+        // returned, whether or not it carries a notification; empty otherwise.
+        std::optional<std::string> recordId;
+    };
+
     FeXONotificationExtensionHandler();
-    // For tests and tools: a handler over the given collaborators.
-    FeXONotificationExtensionHandler(DataRepository dataPersistence, std::shared_ptr<const Networking> network);
     FeXONotificationExtensionHandler(const FeXONotificationExtensionHandler& other);
     FeXONotificationExtensionHandler& operator=(const FeXONotificationExtensionHandler& other);
-    ~FeXONotificationExtensionHandler() override;
-
-    const Networking& network() const override;
+    ~FeXONotificationExtensionHandler();
 
     // Decodes the push's user-info (a failure is printed and the push goes on with empty
     // identifiers), asks the server for the notification's content, and returns at once.
@@ -42,9 +53,26 @@ public:
     // cannot be copied as mutable content, nothing happens at all.
     void handleNotification(const UNNotificationRequest& request, ContentHandler contentHandler) const;
 
+    // What every extension host needs around handleNotification: runs exactly its road (same
+    // request, same stored record, same printed lines) and waits, on the calling thread, until
+    // this push's own request has finished or `timeLimit` has passed, whichever comes first,
+    // however many other requests of the process are in flight. Starts no thread.
+    //
+    // The content to show is the rewritten content when the server's record arrived in time and
+    // carries a notification; otherwise the push's own alert ("aps"."alert" as an object's
+    // "title" and "body", or as the body when it is text; empty where absent), on a copy of the
+    // request's content: when the request failed, when the limit passed first, when the record
+    // carries no notification (a server's refusal), or when the content cannot be copied.
+    // An answer that arrives after the limit is still stored, on the URL session's thread, but
+    // this call has already returned without its id.
+    //
+    // Called on the URL session's thread (from a completion), where no answer can arrive while
+    // it waits, it returns the push's own alert at once; the request still goes out.
+    Delivery deliver(const UNNotificationRequest& request, std::chrono::milliseconds timeLimit) const;
+
 private:
-    DataRepository dataPersistence_;
-    std::shared_ptr<const Networking> network_;
+    struct Collaborators;
+    std::unique_ptr<Collaborators> collaborators_; // never null
 };
 
 } // namespace fexo

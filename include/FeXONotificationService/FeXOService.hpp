@@ -1,10 +1,8 @@
 #pragma once
 
-#include <FeXONotificationService/DataRepository.hpp>
 #include <FeXONotificationService/NotificationCounts.hpp>
 #include <FeXONotificationService/NotificationObservation.hpp>
 #include <FeXONotificationService/NotificationPage.hpp>
-#include <FeXONotificationService/PushNotificationProvider.hpp>
 #include <FeXONotificationService/PushProvider.hpp>
 #include <FeXONotificationService/RegisterDeviceModel.hpp>
 #include <FeXONotificationService/Response.hpp>
@@ -14,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,7 +25,8 @@ namespace fexo {
 //
 // A value: creating one reads no file and opens nothing; the configuration is read on the
 // first registration or store access, the shared store opened on the first local operation.
-// Copies share the store handle. Local operations run synchronously on the calling thread and
+// It holds its collaborators (the push provider and the record repository) by value: a copy
+// has its own, and copies share the store handle. Local operations run synchronously on the calling thread and
 // may be called from any thread; integration mistakes (missing configuration, an app group
 // that cannot be opened, a stored record that cannot be read back) end the process.
 class FEXO_EXPORT FeXOService {
@@ -34,8 +34,6 @@ public:
     using RegistrationCompletion = std::function<void(Result<RegisterDeviceModel>)>;
 
     FeXOService();
-    // For tests and tools: a service over the given collaborators.
-    FeXOService(PushNotificationProvider pushProvider, DataRepository dataPersistence);
     FeXOService(const FeXOService& other);
     FeXOService& operator=(const FeXOService& other);
     ~FeXOService();
@@ -97,8 +95,8 @@ public:
     [[nodiscard]] NotificationObservation observeNotifications(std::function<void(NotificationCounts)> callback);
 
 private:
-    PushNotificationProvider pushProvider_;
-    DataRepository dataPersistence_;
+    struct Collaborators;
+    std::unique_ptr<Collaborators> collaborators_; // never null
 };
 
 } // namespace fexo

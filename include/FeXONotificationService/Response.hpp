@@ -31,6 +31,12 @@ public:
     std::optional<std::string> id;        // "id": also the suffix of the record's storage key
     std::optional<bool> isRead;           // "isRead": empty until the record is marked
 
+    // Whether the record is a notification a user can be shown: `data` present with a text or a
+    // sender that is not empty. A server's refusal ({"errorCode":404,...}) carries none; it is
+    // stored like any record, but the inbox, the extension's delivery and the desktop agent
+    // treat it as no notification. Reads only the public fields.
+    bool carriesNotification() const;
+
     bool operator==(const Response&) const = default;
 
 private:

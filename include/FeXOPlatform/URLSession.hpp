@@ -73,6 +73,10 @@ public:
     // True when the session is idle. Called from a completion it does not wait.
     bool waitUntilIdle(std::chrono::milliseconds limit);
 
+    // True when called on the session's own thread, that is from inside one of its completions,
+    // where waiting for another of its answers could never end. Any thread.
+    bool isCurrentThread() const;
+
     // Connections opened so far by the session's transfers, for tests and benchmarks of reuse.
     std::uint64_t connectionsOpened() const;
 
