@@ -129,7 +129,10 @@ std::optional<URLError::Code> URLSessionTransfer::configure(const URLSessionConf
         ok = ok && curl_easy_setopt(e, CURLOPT_CAINFO, configuration.certificateAuthorityFile->c_str()) == CURLE_OK;
     curl_easy_setopt(e, CURLOPT_ACCEPT_ENCODING, "");
     curl_easy_setopt(e, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-    curl_easy_setopt(e, CURLOPT_PIPEWAIT, 1L);
+    // Waiting for a connection to the origin that might multiplex is only worth it where that is
+    // known at the handshake (TLS with ALPN). Over plain HTTP, curl would hold every further
+    // request behind one whose answer stalls, and it never multiplexes there anyway.
+    curl_easy_setopt(e, CURLOPT_PIPEWAIT, request.url().scheme() == "https" ? 1L : 0L);
     curl_easy_setopt(e, CURLOPT_TCP_KEEPALIVE, 1L);
     curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, &onBody);
     curl_easy_setopt(e, CURLOPT_WRITEDATA, this);
