@@ -1,11 +1,11 @@
 #include <FeXONotificationService/FeXONotificationExtensionHandler.hpp>
 
 #include <FeXONotificationService/DataRepository.hpp>
+#include <FeXONotificationService/FeXOPushAlert.hpp>
 #include <FeXONotificationService/NetworkingService.hpp>
 #include <FeXONotificationService/NotificationContentProvider.hpp>
 #include <FeXONotificationService/NotificationRequestInfo.hpp>
 #include <FeXONotificationService/Payload.hpp>
-#include <FeXONotificationService/PushAlert.hpp>
 #include <FeXONotificationService/ResponseAccess.hpp>
 #include <FeXONotificationService/UserDefaultsDataStorage.hpp>
 #include <FeXOPlatform/JSONDecoder.hpp>
@@ -163,7 +163,7 @@ FeXONotificationExtensionHandler::deliver(const UNNotificationRequest& request,
             return delivery;
         }
     }
-    const PushAlert alert = PushAlert::of(request.content().userInfo());
+    const FeXOPushAlert alert = FeXOPushAlert::of(request.content().userInfo());
     delivery.content = std::make_shared<UNMutableNotificationContent>(request.content());
     delivery.content->setTitle(alert.title);
     delivery.content->setBody(alert.body);

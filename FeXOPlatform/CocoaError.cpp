@@ -5,8 +5,9 @@ namespace fexo {
 CocoaError::CocoaError(Code code, std::string debugDescription)
     : code_(code), debugDescription_(std::move(debugDescription))
 {
-    description_ = "Error Domain=NSCocoaErrorDomain Code=" + std::to_string(static_cast<int>(code_)) + " \"" +
-                   localizedDescription() + "\" UserInfo={NSDebugDescription=" + debugDescription_ + "}";
+    description_ = "Error Domain=" + std::string(NSCocoaErrorDomain) +
+                   " Code=" + std::to_string(static_cast<int>(code_)) + " \"" + localizedDescription() +
+                   "\" UserInfo={NSDebugDescription=" + debugDescription_ + "}";
 }
 
 std::string CocoaError::localizedDescription() const

@@ -64,6 +64,11 @@ std::string DecodingError::localizedDescription() const
     return "The data couldn\u2019t be read because it isn\u2019t in the correct format.";
 }
 
+std::int64_t DecodingError::errorCode() const
+{
+    return kind_ == Kind::keyNotFound || kind_ == Kind::valueNotFound ? coderValueNotFound : coderReadCorrupt;
+}
+
 std::string DecodingError::description() const
 {
     return description_;

@@ -1,10 +1,9 @@
 #include <capi/Boundary.hpp>
 
 #include <FeXOPlatform/CocoaError.hpp>
-#include <FeXOPlatform/DecodingError.hpp>
 #include <FeXOPlatform/EncodingError.hpp>
-#include <FeXOPlatform/URLError.hpp>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -12,39 +11,33 @@ namespace fexo::capi {
 
 namespace {
 
-// The codes the platform gives these errors when they travel as its general error kind.
-constexpr std::int64_t coderReadCorrupt = 4864;
-constexpr std::int64_t coderValueNotFound = 4865;
-constexpr std::int64_t coderInvalidValue = 4866;
-constexpr const char* cocoaDomain = "NSCocoaErrorDomain";
+// The status of an error of the library's kinds, by its domain and, where one domain holds
+// errors of two statuses, its code. The first row that matches decides; `anyCode` matches every
+// code of the domain. An error of a domain not listed is internal.
+constexpr std::int64_t anyCode = INT64_MIN;
+struct StatusOfDomain {
+    std::string_view domain;
+    std::int64_t code;
+    fexo_status status;
+};
+constexpr StatusOfDomain statusOfDomain[] = {
+    {NSURLErrorDomain, anyCode, FEXO_ERROR_TRANSPORT},
+    {NSCocoaErrorDomain, EncodingError::coderInvalidValue, FEXO_ERROR_ENCODING},
+    {NSCocoaErrorDomain, CocoaError::propertyListWriteInvalid, FEXO_ERROR_ENCODING},
+    {NSCocoaErrorDomain, anyCode, FEXO_ERROR_DECODING},
+};
 
 } // namespace
 
 fexo_error describe(const ErrorBase& error)
 {
-    fexo_error result{FEXO_ERROR_INTERNAL, libraryDomain, FEXO_ERROR_INTERNAL, error.localizedDescription(),
-                      error.description()};
-    if (const auto* transport = dynamic_cast<const URLError*>(&error)) {
-        result.status = FEXO_ERROR_TRANSPORT;
-        result.domain = URLError::domain;
-        result.code = transport->code();
-    } else if (const auto* decoding = dynamic_cast<const DecodingError*>(&error)) {
-        const bool missing = decoding->kind() == DecodingError::Kind::keyNotFound ||
-                             decoding->kind() == DecodingError::Kind::valueNotFound;
-        result.status = FEXO_ERROR_DECODING;
-        result.domain = cocoaDomain;
-        result.code = missing ? coderValueNotFound : coderReadCorrupt;
-    } else if (dynamic_cast<const EncodingError*>(&error) != nullptr) {
-        result.status = FEXO_ERROR_ENCODING;
-        result.domain = cocoaDomain;
-        result.code = coderInvalidValue;
-    } else if (const auto* cocoa = dynamic_cast<const CocoaError*>(&error)) {
-        result.status =
-            cocoa->code() == CocoaError::propertyListWriteInvalid ? FEXO_ERROR_ENCODING : FEXO_ERROR_DECODING;
-        result.domain = cocoaDomain;
-        result.code = cocoa->code();
+    const std::string_view domain = error.errorDomain();
+    const std::int64_t code = error.errorCode();
+    for (const auto& row : statusOfDomain) {
+        if (row.domain == domain && (row.code == anyCode || row.code == code))
+            return {row.status, std::string(domain), code, error.localizedDescription(), error.description()};
     }
-    return result;
+    return {FEXO_ERROR_INTERNAL, std::string(domain), code, error.localizedDescription(), error.description()};
 }
 
 fexo_error describeLibraryError(fexo_status status, std::string description)

@@ -130,13 +130,13 @@ TEST(Agent, ShowsTheServersContentOnceElseTheOriginalAfterTheExtensionGaveUp)
 
     auto shown = sandbox.run({"agent", "push", "-"}, push.dump());
     EXPECT_EQ(shown.exitCode, 0) << shown.standardError;
-    EXPECT_EQ(shown.standardOutput, R"({"title":"Ann","body":"Hello","rewritten":true})"
+    EXPECT_EQ(shown.standardOutput, R"({"title":"Ann","body":"Hello","rewritten":true,"id":null})"
                                     "\n");
 
     sandbox.configure("http://127.0.0.1:1"); // nothing listens there
     shown = sandbox.run({"agent", "push", "-"}, pushWithAlert("Hi").dump());
     EXPECT_EQ(shown.exitCode, 3) << shown.standardError;
-    EXPECT_EQ(shown.standardOutput, R"({"title":"Original","body":"Hi","rewritten":false})"
+    EXPECT_EQ(shown.standardOutput, R"({"title":"Original","body":"Hi","rewritten":false,"id":null})"
                                     "\n");
     EXPECT_THAT(bus.notifications(), ElementsAre(Pair("Ann", "Hello"), Pair("Original", "Hi")));
 }
@@ -152,7 +152,7 @@ TEST(Agent, ShowsTheOriginalOnceWhenTheExtensionMisbehaves)
         const auto delivered = bus.delivered(1);
         ASSERT_EQ(delivered.count(id), 1u);
         EXPECT_EQ(fexo::tool::deliveredContentJSON(delivered.find(id)->second),
-                  R"({"title":"Original","body":")" + behaviour + R"(","rewritten":false})");
+                  R"({"title":"Original","body":")" + behaviour + R"(","rewritten":false,"id":null})");
         EXPECT_THAT(bus.notifications(), ElementsAre(Pair("Original", behaviour)));
     }
 }

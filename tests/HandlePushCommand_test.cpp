@@ -37,7 +37,7 @@ protected:
                                   {"registration_id", "token-7"},
                                   {"aps", {{"alert", {{"title", "Original"}, {"body", "Body"}}}}}}
                                  .dump();
-    const json original{{"title", "Original"}, {"body", "Body"}, {"rewritten", false}};
+    const json original{{"title", "Original"}, {"body", "Body"}, {"rewritten", false}, {"id", nullptr}};
     fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
 };
 
@@ -54,6 +54,17 @@ TEST_F(HandlePushCommand, AServerThatNeverAnswersGetsTheOriginalDeliveredAtTheTi
     EXPECT_EQ(delivered(result), original);
     EXPECT_EQ(server.requests().size(), 1u); // asked, and given up on
     EXPECT_EQ(stored(), json::array());
+}
+
+TEST_F(HandlePushCommand, ARefusalIsStoredButTheOriginalIsShown)
+{
+    sandbox.serve(); // nothing queued for the recipient: the server refuses with 404
+    const auto result = handlePush(push);
+    EXPECT_EQ(result.exitCode, 3) << result.standardError;
+    EXPECT_EQ(delivered(result), original);
+    const json records = stored();
+    ASSERT_EQ(records.size(), 1u) << records;
+    EXPECT_EQ(records[0]["errorCode"], 404);
 }
 
 TEST_F(HandlePushCommand, RefusesWhatIsNoPushOrTooLargeWithOneLine)

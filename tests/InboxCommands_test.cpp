@@ -20,14 +20,16 @@ TEST(InboxCommands, AWatchShowsAPushStoredByTheExtensionAndALogoutOfTheApp)
     const json push = sandbox.queueNotification("recipient-1", "Your parcel is on its way", "FeXO Post");
     const auto handled = sandbox.run({"handle-push", "--timeout", "1e10"}, push.dump()); // a long limit, not none
     ASSERT_EQ(handled.exitCode, 0) << handled.standardError;
-    EXPECT_TRUE(
-        handled.standardOutput.ends_with(R"({"title":"FeXO Post","body":"Your parcel is on its way","rewritten":true})"
-                                         "\n"));
+    const json shown = json::parse(fexo::test::outputLines(handled.standardOutput).back());
+    EXPECT_EQ(shown["title"], "FeXO Post");
+    EXPECT_EQ(shown["body"], "Your parcel is on its way");
+    EXPECT_EQ(shown["rewritten"], true);
     const json line = json::parse(watch.readLine());
     EXPECT_EQ(line["total"], 1);
     EXPECT_EQ(line["unread"], 1);
     EXPECT_EQ(line["newest"]["title"], "FeXO Post");
     EXPECT_EQ(line["newest"]["body"], "Your parcel is on its way");
+    EXPECT_EQ(line["newest"]["id"], shown["id"]); // the line names the record it stored
 
     ASSERT_EQ(sandbox.run({"mark-all-read"}).exitCode, 0);
     EXPECT_EQ(json::parse(watch.readLine())["unread"], 0);

@@ -3,7 +3,7 @@
  *   c-example handle                  handles the push whose user-info (JSON) is on standard input
  *   c-example list                    prints the stored records as a JSON array
  * FeXOService-Info.plist is read from $FEXO_RESOURCES_DIR, else beside the executable. Exit
- * status: 0 done, 1 failed, 2 the configuration is wrong, 3 the push was not rewritten. */
+ * status: 0 done, 1 failed, 2 the configuration is wrong, 3 the push's own alert was shown. */
 #include <FeXONotificationService/fexo.h>
 
 #include <stdio.h>
@@ -26,13 +26,6 @@ static void registered(fexo_status status, const char* answer_json, const fexo_e
     else
         snprintf(outcome->text, sizeof outcome->text, "registration failed: %s %lld: %s", fexo_error_domain(error),
                  (long long)fexo_error_code(error), fexo_error_description(error));
-}
-
-static void delivered(const char* title, const char* body, void* user)
-{
-    struct outcome* outcome = user;
-    outcome->done = 1;
-    snprintf(outcome->text, sizeof outcome->text, "rewritten: %s: %s", title, body);
 }
 
 static int fail(const char* what, fexo_status status, fexo_error* error)
@@ -90,16 +83,20 @@ int main(int argc, char** argv)
     }
     if (strcmp(argv[1], "handle") == 0) {
         char* push = read_all(stdin);
+        char *title = NULL, *body = NULL, *id = NULL;
+        int32_t rewritten = 0;
         fexo_extension_handler* handler = fexo_extension_handler_new();
-        status = push ? fexo_extension_handler_handle_notification(handler, push, delivered, &outcome, &error)
+        /* Waits for this push's request only, at most 25 s; the push's own alert otherwise. */
+        status = push ? fexo_extension_handler_deliver(handler, push, 25000, &title, &body, &rewritten, &id, &error)
                       : FEXO_ERROR_OUT_OF_MEMORY;
         fexo_extension_handler_free(handler);
         free(push);
         if (status != FEXO_OK) return fail("handle", status, error);
-        /* Once the session is idle the content callback has run or never will. */
-        fexo_session_wait_until_idle(25000);
-        puts(outcome.done ? outcome.text : "not rewritten");
-        return outcome.done ? 0 : 3;
+        printf("%s: %s: %s\n", rewritten ? "rewritten" : "original", title, body);
+        fexo_free_string(title);
+        fexo_free_string(body);
+        fexo_free_string(id);
+        return rewritten ? 0 : 3;
     }
     if (strcmp(argv[1], "list") == 0) {
         char* records = NULL;

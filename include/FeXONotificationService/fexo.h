@@ -199,21 +199,37 @@ FEXO_C_API fexo_extension_handler* fexo_extension_handler_new(void);
 /** NULL is ignored; notifications already being handled go on to their end. */
 FEXO_C_API void fexo_extension_handler_free(fexo_extension_handler* handler);
 
-/** Receives the rewritten content, ready to be shown: at most once per handled push, only when
- * the server's answer decoded and the record was stored, on the URL session's thread, never
- * inside the call that started it. Both strings are borrowed for the call. */
+/** Receives the rewritten content: at most once per handled push, only when the server's answer
+ * decoded and the record was stored (whether or not it carries a notification), on the URL
+ * session's thread, never inside the call that started it. Both strings are borrowed for the
+ * call. */
 typedef void (*fexo_content_callback)(const char* title, const char* body, void* user);
 
 /** Handles one push whose user-info dictionary is `user_info_json` (a JSON object): asks the
  * server for the notification's content, stores the record, and returns at once. When the
- * request fails, the error is printed and the callback is never called. So an extension waits
- * with fexo_session_wait_until_idle: once the session is idle the callback has run or never
- * will, and without it the extension delivers the push's original alert itself.
+ * request fails, the error is printed and the callback is never called. An extension that needs
+ * to know what to show calls fexo_extension_handler_deliver instead.
  * FEXO_ERROR_DECODING when the text is not a JSON object (nothing is started). */
 FEXO_C_API fexo_status fexo_extension_handler_handle_notification(fexo_extension_handler* handler,
                                                                   const char* user_info_json,
                                                                   fexo_content_callback callback, void* user,
                                                                   fexo_error** error);
+
+/** What every extension needs: handles the push exactly as fexo_extension_handler_handle_notification
+ * does and waits, on the calling thread, until this push's own request has finished or
+ * `time_limit_ms` milliseconds have passed, however many other requests are in flight. Then:
+ * *title and *body (strings to free) are the content to show; *rewritten is 1 when that is the
+ * server's record, which arrived in time and carries a notification (a non-empty "data"."text"
+ * or "data"."sender"), else 0 and the content is the push's own alert ("aps"."alert"'s "title"
+ * and "body", or a text alert as the body; empty where absent); *record_id (a string to free) is
+ * the id of the record stored for this push within the limit, whether or not it carries a
+ * notification, else NULL. A late answer is still stored, after this returns. Called from a
+ * library callback it returns the alert at once. FEXO_ERROR_DECODING when the text is not a
+ * JSON object; FEXO_ERROR_INVALID_ARGUMENT for a NULL argument or a negative limit. On any status
+ * but FEXO_OK the three strings are NULL. */
+FEXO_C_API fexo_status fexo_extension_handler_deliver(fexo_extension_handler* handler, const char* user_info_json,
+                                                      int64_t time_limit_ms, char** title, char** body,
+                                                      int32_t* rewritten, char** record_id, fexo_error** error);
 
 #ifdef __cplusplus
 }

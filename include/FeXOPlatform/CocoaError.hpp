@@ -23,6 +23,8 @@ public:
 
     std::string localizedDescription() const override;
     std::string description() const override;
+    std::string_view errorDomain() const override { return NSCocoaErrorDomain; }
+    std::int64_t errorCode() const override { return code_; }
     const char* what() const noexcept override { return description_.c_str(); }
 
 private:

@@ -21,6 +21,11 @@ public:
         dataCorrupted, // not JSON at all, or a value out of the field's range
     };
 
+    // Its codes in NSCocoaErrorDomain: a value that is missing (keyNotFound, valueNotFound), or
+    // one that cannot be read (typeMismatch, dataCorrupted).
+    static constexpr std::int64_t coderValueNotFound = 4865;
+    static constexpr std::int64_t coderReadCorrupt = 4864;
+
     static DecodingError typeMismatch(std::string type, std::string debugDescription);
     static DecodingError valueNotFound(std::string type, std::string debugDescription);
     static DecodingError keyNotFound(std::string key, std::string debugDescription);
@@ -38,6 +43,8 @@ public:
 
     std::string localizedDescription() const override;
     std::string description() const override;
+    std::string_view errorDomain() const override { return NSCocoaErrorDomain; }
+    std::int64_t errorCode() const override;
     const char* what() const noexcept override { return description_.c_str(); }
 
 private:

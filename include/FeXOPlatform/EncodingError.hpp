@@ -13,6 +13,9 @@ namespace fexo {
 // text that is not valid UTF-8.
 class FEXO_EXPORT EncodingError : public ErrorBase, public std::exception {
 public:
+    // Its code in NSCocoaErrorDomain.
+    static constexpr std::int64_t coderInvalidValue = 4866;
+
     // `value` is the textual form of the refused value.
     static EncodingError invalidValue(std::string value, std::string debugDescription);
 
@@ -24,6 +27,8 @@ public:
 
     std::string localizedDescription() const override;
     std::string description() const override;
+    std::string_view errorDomain() const override { return NSCocoaErrorDomain; }
+    std::int64_t errorCode() const override { return coderInvalidValue; }
     const char* what() const noexcept override { return description_.c_str(); }
 
 private:

@@ -9,9 +9,9 @@ namespace fexo {
 
 // The two-case outcome of every asynchronous operation: success with a T, or failure with
 // an Error. Accessing the case that is not held is a programming error and throws
-// std::bad_variant_access.
+// std::bad_variant_access. An outcome is never to be dropped unread.
 template <class T>
-class Result {
+class [[nodiscard]] Result {
 public:
     static Result success(T value) { return Result(std::in_place_index<0>, std::move(value)); }
     static Result failure(Error error) { return Result(std::in_place_index<1>, std::move(error)); }

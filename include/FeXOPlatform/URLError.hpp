@@ -37,7 +37,7 @@ public:
         clientCertificateRequired = -1206,
     };
 
-    static constexpr const char* domain = "NSURLErrorDomain";
+    static constexpr const char* domain = NSURLErrorDomain.data();
 
     URLError(Code code, std::optional<std::string> failingURL);
 
@@ -49,6 +49,9 @@ public:
 
     Code code() const { return code_; }
     const std::optional<std::string>& failingURL() const { return failingURL_; }
+
+    std::string_view errorDomain() const override { return NSURLErrorDomain; }
+    std::int64_t errorCode() const override { return code_; }
 
     std::string localizedDescription() const override;
     // `Error Domain=NSURLErrorDomain Code=<code> "<description>" UserInfo={NSErrorFailingURLStringKey=<url>,`

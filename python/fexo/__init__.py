@@ -13,12 +13,13 @@ from . import _native
 from ._native import lib, take_string, text
 from .errors import (ConfigurationError, DecodingError, EncodingError, FeXOError, InternalError,
                      InvalidArgumentError, TransportError, UnavailableError)
-from .extension import FeXONotificationExtensionHandler
+from .extension import Delivery, FeXONotificationExtensionHandler
+from .status import Status
 
 __all__ = [
-    "ConfigurationError", "DecodingError", "EncodingError", "FeXOError", "InternalError", "InvalidArgumentError",
+    "ConfigurationError", "DecodingError", "Delivery", "EncodingError", "FeXOError", "InternalError", "InvalidArgumentError",
     "TransportError", "UnavailableError", "FeXONotificationExtensionHandler", "FeXOService", "NotificationData", "PushProvider",
-    "Record", "check_configuration", "resources_directory", "set_resources_directory", "version",
+    "Record", "Status", "check_configuration", "resources_directory", "set_resources_directory", "version",
     "wait_until_idle",
 ]
 
@@ -49,9 +50,9 @@ def check_configuration():
     name = _native.OwnedString()
     reason = _native.OwnedString()
     status = lib.fexo_check_configuration(ctypes.byref(name), ctypes.byref(reason))
-    if status == 7:
+    if status == Status.ERROR_OUT_OF_MEMORY:
         raise MemoryError("the FeXO library ran out of memory")
-    if status != 0:
+    if status != Status.OK:
         raise ConfigurationError(take_string(name.value), take_string(reason.value))
 
 
@@ -61,7 +62,7 @@ def resources_directory():
 
 
 def set_resources_directory(path):
-    if lib.fexo_set_resources_directory(text(str(path))) != 0:
+    if lib.fexo_set_resources_directory(text(str(path))) != Status.OK:
         raise MemoryError("the FeXO library ran out of memory")
 
 

@@ -72,6 +72,9 @@ def _declare(lib):
         "fexo_observation_free": (None, [handle]),
         "fexo_extension_handler_new": (handle, []),
         "fexo_extension_handler_free": (None, [handle]),
+        "fexo_extension_handler_deliver": (
+            status, [handle, ctypes.c_char_p, ctypes.c_int64, OwnedStringP, OwnedStringP, ctypes.POINTER(ctypes.c_int32),
+                     OwnedStringP, ErrorPP]),
         "fexo_extension_handler_handle_notification": (
             status, [handle, ctypes.c_char_p, CONTENT_CALLBACK, ctypes.c_void_p, ErrorPP]),
     }

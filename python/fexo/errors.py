@@ -3,6 +3,7 @@ descriptions (a transport error's platform code, a decoding error's description)
 
 from . import _native
 from ._native import lib
+from .status import Status
 
 
 class FeXOError(Exception):
@@ -20,29 +21,29 @@ class FeXOError(Exception):
 
 
 class InvalidArgumentError(FeXOError, ValueError):
-    status = 1
+    status = Status.ERROR_INVALID_ARGUMENT
 
 
 class DecodingError(FeXOError):
-    status = 3
+    status = Status.ERROR_DECODING
 
 
 class EncodingError(FeXOError):
-    status = 4
+    status = Status.ERROR_ENCODING
 
 
 class TransportError(FeXOError):
     """The request failed; `code` is the platform's URL error code (-1004: cannot connect)."""
-    status = 5
+    status = Status.ERROR_TRANSPORT
 
 
 class InternalError(FeXOError):
-    status = 8
+    status = Status.ERROR_INTERNAL
 
 
 class UnavailableError(FeXOError):
     """The system refused a resource (the store cannot be watched: no inotify watch left)."""
-    status = 9
+    status = Status.ERROR_UNAVAILABLE
 
 
 class ConfigurationError(Exception):
@@ -60,7 +61,7 @@ _BY_STATUS = {cls.status: cls for cls in (InvalidArgumentError, DecodingError, E
 
 def from_error(status, error):
     """The exception for a failed status and its (borrowed) fexo_error, which may be NULL."""
-    if status == 7:
+    if status == Status.ERROR_OUT_OF_MEMORY:
         return MemoryError("the FeXO library ran out of memory")
     cls = _BY_STATUS.get(status, FeXOError)
     if not error:
@@ -76,7 +77,7 @@ def check(call, *arguments):
     """Calls a C function whose last parameter is a fexo_error**; raises on failure."""
     error = _native.ErrorP()
     status = call(*arguments, _native.ctypes.byref(error))
-    if status == 0:
+    if status == Status.OK:
         return
     try:
         raise from_error(status, error)

@@ -1,10 +1,11 @@
 """FeXONotificationExtensionHandler: the notification extension's entry, on the C interface."""
 
+import ctypes
 import json
 
 from . import _callbacks, _native
 from .errors import check
-from ._native import lib, text
+from ._native import lib, take_string, text
 
 
 @_native.CONTENT_CALLBACK
@@ -13,6 +14,28 @@ def _delivered(title, body, key):
     callback = _callbacks.take(key)
     if callback is not None:
         callback(title.decode("utf-8", "replace"), body.decode("utf-8", "replace"))
+
+
+class Delivery:
+    """What deliver() gives the extension to show: `title` and `body`; `rewritten`, True when they
+    are the server's record (which carries a notification), False when they are the push's own
+    alert; and `record_id`, the id of the record stored for the push within the time limit (even
+    a refusal's), else None."""
+
+    __slots__ = ("title", "body", "rewritten", "record_id")
+
+    def __init__(self, title, body, rewritten, record_id):
+        self.title = title
+        self.body = body
+        self.rewritten = rewritten
+        self.record_id = record_id
+
+    def __eq__(self, other):
+        return isinstance(other, Delivery) and all(getattr(self, n) == getattr(other, n) for n in self.__slots__)
+
+    def __repr__(self):
+        return (f"Delivery(title={self.title!r}, body={self.body!r}, rewritten={self.rewritten!r}, "
+                f"record_id={self.record_id!r})")
 
 
 class FeXONotificationExtensionHandler(_native.NativeHandle):
@@ -42,3 +65,23 @@ class FeXONotificationExtensionHandler(_native.NativeHandle):
         except BaseException:
             _callbacks.take(key)
             raise
+
+    def deliver(self, user_info, timeout=25.0):
+        """Handles the push as handle_notification does and waits, at most `timeout` seconds, for
+        this push's own request; returns the Delivery to show. The push's own alert is shown when
+        the library failed, did not deliver in time, or the record carries no notification.
+        `user_info` is a dict or its JSON text. Raises DecodingError when it is not a JSON object,
+        ValueError for a negative timeout."""
+        if timeout < 0:
+            raise ValueError("the timeout must not be negative")
+        handle = self._live()
+        if not isinstance(user_info, str):
+            user_info = json.dumps(user_info, ensure_ascii=False)
+        title = _native.OwnedString()
+        body = _native.OwnedString()
+        record_id = _native.OwnedString()
+        rewritten = ctypes.c_int32()
+        check(lib.fexo_extension_handler_deliver, handle, text(user_info), int(timeout * 1000), ctypes.byref(title),
+              ctypes.byref(body), ctypes.byref(rewritten), ctypes.byref(record_id))
+        return Delivery(take_string(title.value), take_string(body.value), bool(rewritten.value),
+                        take_string(record_id.value))

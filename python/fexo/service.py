@@ -7,6 +7,7 @@ import json
 from . import _callbacks, _native
 from .errors import check, from_error
 from .records import Record
+from .status import Status
 from ._native import lib, take_string, text
 
 
@@ -22,7 +23,7 @@ def _registered(status, answer_json, error, key):
     future = _callbacks.take(key)
     if future is None:
         return
-    if status == 0:
+    if status == Status.OK:
         future.set_result(json.loads(answer_json.decode("utf-8")))
     else:
         future.set_exception(from_error(status, error))
@@ -96,7 +97,7 @@ class FeXOService(_native.NativeHandle):
         status = lib.fexo_service_register_device(
             self._live(), text(token), text(device_id), text(imei1), text(imei2), text(mobile_number),
             int(PushProvider(provider)), _registered, key, ctypes.byref(error))
-        if status != 0:
+        if status != Status.OK:
             _callbacks.take(key)
             try:
                 raise from_error(status, error)
@@ -115,9 +116,9 @@ class FeXOService(_native.NativeHandle):
         out = _native.OwnedString()
         error = _native.ErrorP()
         status = lib.fexo_service_fetch(self._live(), text(id), ctypes.byref(out), ctypes.byref(error))
-        if status == 2:
+        if status == Status.ERROR_NOT_FOUND:
             return None
-        if status != 0:
+        if status != Status.OK:
             try:
                 raise from_error(status, error)
             finally:

@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import queue
+import re
 import signal
 
 import pytest
@@ -71,6 +72,26 @@ def test_a_push_that_is_not_a_json_object_is_refused(server, user_info, domain, 
     assert (raised.value.domain, raised.value.code) == (domain, code)
 
 
+def test_deliver_shows_the_record_only_when_it_carries_a_notification(server, service):
+    with fexo.FeXONotificationExtensionHandler() as handler:
+        delivered = handler.deliver(server.push("device-9"), timeout=30)
+        assert (delivered.title, delivered.body, delivered.rewritten) == ("FeXO Post", "Parcel on its way", True)
+        assert service.fetch(delivered.record_id).data.sender == "FeXO Post"
+        refused = handler.deliver({"recipientId": "nobody", "aps": {"alert": "Plain"}}, timeout=30)
+        assert refused == fexo.Delivery("", "Plain", False, refused.record_id)
+        assert json.loads(service.fetch(refused.record_id).json)["errorCode"] == 404
+        with pytest.raises(ValueError):
+            handler.deliver({}, timeout=-1)
+
+
+def test_statuses_are_named_as_the_library_and_its_header_name_them():
+    header = (pathlib.Path(os.environ["FEXO_SOURCE_DIR"]) / "include" / "FeXONotificationService" / "fexo.h")
+    declared = {name: int(value) for name, value in re.findall(r"\b(FEXO_(?:OK|ERROR_\w+)) = (\d+)", header.read_text())}
+    assert {f"FEXO_{status.name}": int(status) for status in fexo.Status} == declared
+    for status in fexo.Status:
+        assert fexo._native.lib.fexo_status_name(status).decode() == f"FEXO_{status.name}"
+
+
 def test_registration_completes_with_the_answer(service):
     assert service.register_device("token-1", "device-1", provider=fexo.PushProvider.APNS).result(30) == {}
     with pytest.raises(ValueError):
@@ -80,17 +101,18 @@ def test_registration_completes_with_the_answer(service):
 def test_a_push_handled_in_another_process_is_listed_here(server, service):
     child = run_python([EXTENSION], stdin=server.push("device-1"))
     assert child.returncode == 0, child.stderr
-    assert json.loads(child.stdout.splitlines()[-1]) == {"title": "FeXO Post", "body": "Parcel on its way",
-                                                         "rewritten": True}
+    line = json.loads(child.stdout.splitlines()[-1])
     [record] = service.fetch_all()
-    assert record.data == fexo.NotificationData("Parcel on its way", "FeXO Post") and record.id
+    assert line == {"title": "FeXO Post", "body": "Parcel on its way", "rewritten": True, "id": record.id}
+    assert record.data == fexo.NotificationData("Parcel on its way", "FeXO Post")
 
 
 def test_an_unreachable_server_fails_registration_and_leaves_the_alert_to_the_extension(server, tmp_path):
     env = {"FEXO_RESOURCES_DIR": str(write_configuration(tmp_path, UNREACHABLE))}
     child = run_python([EXTENSION], stdin='{"aps":{"alert":{"title":"Hi","body":"There"}}}', env=env)
     assert child.returncode == 3, child.stderr
-    assert json.loads(child.stdout.splitlines()[-1]) == {"title": "Hi", "body": "There", "rewritten": False}
+    assert json.loads(child.stdout.splitlines()[-1]) == {"title": "Hi", "body": "There", "rewritten": False,
+                                                         "id": None}
     registration = ("import fexo\ntry:\n  fexo.FeXOService().register_device('t', 'd').result(30)\n"
                     "except fexo.TransportError as e:\n  print(e.domain, e.code, e.description)\n")
     child = run_python(["-c", registration], env=env)

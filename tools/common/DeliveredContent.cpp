@@ -37,10 +37,14 @@ std::optional<DeliveredContent> printedContent(std::string_view output)
     const auto title = content.find("title");
     const auto body = content.find("body");
     const auto rewritten = content.find("rewritten");
+    const auto id = content.find("id");
     if (title == content.end() || !title->is_string() || body == content.end() || !body->is_string() ||
-        rewritten == content.end() || !rewritten->is_boolean())
+        rewritten == content.end() || !rewritten->is_boolean() ||
+        (id != content.end() && !id->is_string() && !id->is_null()))
         return std::nullopt;
-    return DeliveredContent{title->get<std::string>(), body->get<std::string>(), rewritten->get<bool>()};
+    return DeliveredContent{title->get<std::string>(), body->get<std::string>(), rewritten->get<bool>(),
+                            id != content.end() && id->is_string() ? std::optional(id->get<std::string>())
+                                                                   : std::nullopt};
 }
 
 std::string deliveredContentJSON(const DeliveredContent& content)
@@ -49,6 +53,7 @@ std::string deliveredContentJSON(const DeliveredContent& content)
     line["title"] = content.title;
     line["body"] = content.body;
     line["rewritten"] = content.rewritten;
+    line["id"] = content.id ? nlohmann::ordered_json(*content.id) : nlohmann::ordered_json();
     return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 

@@ -18,7 +18,11 @@ inline constexpr std::size_t maximumPushBytes = 64 * 1024;
 struct DeliveredContent {
     std::string title;
     std::string body;
-    bool rewritten = false; // true when the library's content handler delivered it
+    bool rewritten = false; // true when the content is the server's record
+    // The stored record the content came from, when it is the server's; else nothing.
+    std::optional<std::string> id;
+
+    bool operator==(const DeliveredContent&) const = default;
 };
 
 // The push's original alert, delivered when the library does not: "aps.alert" as an object's
@@ -26,11 +30,13 @@ struct DeliveredContent {
 // kind.
 DeliveredContent originalContent(const nlohmann::json& userInfo);
 
-// The line an extension prints last: {"title":…,"body":…,"rewritten":…}.
+// The line an extension prints last: {"title":…,"body":…,"rewritten":…,"id":…}, "id" null when
+// there is none.
 std::string deliveredContentJSON(const DeliveredContent& content);
 
 // The content an extension printed: its last non-empty line of `output`, an object with a string
-// "title", a string "body" and a boolean "rewritten"; nothing when that line is not one.
+// "title", a string "body", a boolean "rewritten" and, optionally, "id" as a string or null;
+// nothing when that line is not one.
 std::optional<DeliveredContent> printedContent(std::string_view output);
 
 } // namespace fexo::tool

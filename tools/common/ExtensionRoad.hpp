@@ -5,18 +5,13 @@
 #include <FeXOPlatform/AnyValue.hpp>
 
 #include <chrono>
-#include <string>
 
 namespace fexo::tool {
 
-// Runs the extension's road for one push, as an extension process would: builds the
-// notification request whose title and body are `original` (originalContent() of the same
-// push), hands it to the extension handler, and
-// waits for the library's content handler. When the library will not call it (the request
-// failed, or the content could not be copied), the original title and body are delivered as
-// soon as the library has nothing left in flight, or at `timeLimit`, whichever comes first.
-// Exactly one content is delivered.
-DeliveredContent runExtensionRoad(const AnyValue& userInfo, const DeliveredContent& original,
-                                  std::chrono::milliseconds timeLimit);
+// Runs the extension's road for one push, as an extension process does: hands the push to the
+// library's FeXONotificationExtensionHandler::deliver() and gives what it delivered within
+// `timeLimit`, with the stored record's id when the content is the server's. Exactly one content
+// is delivered; the library decides between the server's record and the push's own alert.
+DeliveredContent deliverPush(const AnyValue& userInfo, std::chrono::milliseconds timeLimit);
 
 } // namespace fexo::tool

@@ -196,9 +196,8 @@ private:
         if (!push) return fail("the development server did not queue the notification");
         showWire();
 
-        step("The extension handles the push (FeXONotificationExtensionHandler::handleNotification)");
-        const auto content = runExtensionRoad(JSONSerialization::jsonObject(*push),
-                                              originalContent(nlohmann::json::parse(*push)), std::chrono::seconds(30));
+        step("The extension handles the push (FeXONotificationExtensionHandler::deliver)");
+        const auto content = tool::deliverPush(JSONSerialization::jsonObject(*push), std::chrono::seconds(30));
         showWire();
         writeTerminalLine(std::cout, "   delivered: " + deliveredContentJSON(content));
         if (!content.rewritten || content.title != "FeXO Post" || content.body != "Your parcel is on its way") {

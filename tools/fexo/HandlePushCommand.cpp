@@ -11,8 +11,6 @@
 #include <FeXOPlatform/JSONSerialization.hpp>
 #include <FeXOPlatform/NSException.hpp>
 
-#include <nlohmann/json.hpp>
-
 #include <iostream>
 
 namespace fexo::tool {
@@ -39,8 +37,7 @@ int handlePush(const std::string& input, double timeLimitSeconds)
     } catch (const NSException&) {
         // The road below raises the same again, in its own place.
     }
-    const DeliveredContent content = runExtensionRoad(
-        userInfo, originalContent(nlohmann::json::parse(*bytes, nullptr, false)), timeLimitDuration(timeLimitSeconds));
+    const DeliveredContent content = deliverPush(userInfo, timeLimitDuration(timeLimitSeconds));
     std::cout << deliveredContentJSON(content) << std::endl;
     return content.rewritten ? 0 : 3;
 }

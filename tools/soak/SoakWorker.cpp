@@ -138,10 +138,8 @@ int run(const Arguments& arguments)
                 std::cerr << "soak-worker " << me << ": queueing a push failed" << std::endl;
                 return 2;
             }
-            const auto content = fexo::tool::runExtensionRoad(
-                fexo::JSONSerialization::jsonObject(answer->body),
-                fexo::tool::originalContent(nlohmann::json::parse(answer->body, nullptr, false)),
-                std::chrono::seconds(10));
+            const auto content =
+                fexo::tool::deliverPush(fexo::JSONSerialization::jsonObject(answer->body), std::chrono::seconds(10));
             if (!content.rewritten) {
                 std::cerr << "soak-worker " << me << ": a push was not rewritten" << std::endl;
                 return 2;

@@ -1,4 +1,4 @@
-#include <FeXONotificationService/PushAlert.hpp>
+#include <FeXONotificationService/FeXOPushAlert.hpp>
 
 namespace fexo {
 
@@ -13,7 +13,7 @@ std::string textAt(const AnyValue& object, const char* key)
 
 } // namespace
 
-PushAlert PushAlert::of(const AnyValue& userInfo)
+FeXOPushAlert FeXOPushAlert::of(const AnyValue& userInfo)
 {
     const AnyValue* aps = userInfo["aps"];
     const AnyValue* alert = aps != nullptr ? (*aps)["alert"] : nullptr;
