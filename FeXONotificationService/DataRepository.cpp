@@ -17,7 +17,12 @@ std::string DataRepository::key(std::string_view id)
 
 void DataRepository::write(const Response& element)
 {
-    dataStorage_->save(element, key(element.id.value_or("")));
+    (void)writeChecked(element);
+}
+
+Result<void> DataRepository::writeChecked(const Response& element)
+{
+    return dataStorage_->saveChecked(element, key(element.id.value_or("")));
 }
 
 std::vector<Response> DataRepository::fetchAllNotifications()
@@ -32,20 +37,37 @@ std::optional<Response> DataRepository::fetchNotification(std::string_view id)
 
 void DataRepository::deleteAllNotifications()
 {
+    (void)deleteAllNotificationsChecked();
+}
+
+Result<void> DataRepository::deleteAllNotificationsChecked()
+{
     auto& defaults = dataStorage_->userDefaults();
     const bool done = defaults.performExclusively([&] {
         for (const auto& stored : defaults.keysWithPrefix(keyPrefix)) defaults.removeObjectForKey(stored);
     });
-    if (!done) reportUnwrittenChange(defaults);
+    if (!done) return Result<void>::failure(reportUnwrittenChange(defaults));
+    return Result<void>::success();
 }
 
 void DataRepository::deleteNotification(std::string_view id)
 {
+    (void)deleteNotificationChecked(id);
+}
+
+Result<void> DataRepository::deleteNotificationChecked(std::string_view id)
+{
     auto& defaults = dataStorage_->userDefaults();
-    if (!defaults.removeObjectForKey(key(id))) reportUnwrittenChange(defaults);
+    if (!defaults.removeObjectForKey(key(id))) return Result<void>::failure(reportUnwrittenChange(defaults));
+    return Result<void>::success();
 }
 
 void DataRepository::markNotificationAsRead(std::string_view id)
+{
+    (void)markNotificationAsReadChecked(id);
+}
+
+Result<void> DataRepository::markNotificationAsReadChecked(std::string_view id)
 {
     auto& defaults = dataStorage_->userDefaults();
     bool began = false;
@@ -56,11 +78,13 @@ void DataRepository::markNotificationAsRead(std::string_view id)
         if (!record) return;
         found = true;
         record->isRead = true;
-        write(*record);
+        // Inside the transaction a refusal shows at its commit, not here.
+        (void)dataStorage_->saveChecked(*record, key(record->id.value_or("")));
     });
-    // The store's changes are written at commit, so a refusal shows here, not in write().
-    if (!done && (found || !began)) reportUnwrittenChange(defaults);
     if (began && !found) printLine("Item Not Found!");
+    // The store's changes are written at commit, so a refusal shows here, not in the save.
+    if (!done && (found || !began)) return Result<void>::failure(reportUnwrittenChange(defaults));
+    return Result<void>::success();
 }
 
 } // namespace fexo

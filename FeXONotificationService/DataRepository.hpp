@@ -39,6 +39,14 @@ public:
     // another process is never lost between them.
     void markNotificationAsRead(std::string_view id) override;
 
+    // The changes above, each telling whether the store kept it: failure with a FeXOStoreError
+    // (after the line on standard error) when the store refused it and stayed as it was. Marking
+    // a record that is not there prints "Item Not Found!" and succeeds: nothing was to change.
+    Result<void> writeChecked(const Response& element);
+    Result<void> deleteAllNotificationsChecked();
+    Result<void> deleteNotificationChecked(std::string_view id);
+    Result<void> markNotificationAsReadChecked(std::string_view id);
+
     const std::shared_ptr<DataStorage>& dataStorage() const { return dataStorage_; }
 
     static std::string key(std::string_view id);

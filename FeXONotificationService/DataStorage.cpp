@@ -19,12 +19,18 @@ std::vector<Response> DataStorage::loadAll(std::string_view keyPrefix)
     return records;
 }
 
-void reportUnwrittenChange(const UserDefaults& store)
+void DataStorage::save(const Response& response, std::string_view key)
 {
-    const std::string line = "The app group store \"" + store.databasePath().string() + "\" could not be written (" +
-                             store.lastWriteFailure() + "); the change was not kept.\n";
+    (void)saveChecked(response, key);
+}
+
+FeXOStoreError reportUnwrittenChange(const UserDefaults& store)
+{
+    FeXOStoreError error(FeXOStoreError::changeNotKept, store.databasePath(), store.lastWriteFailure());
+    const std::string line = error.localizedDescription() + "\n";
     // One write, so that lines of several threads or processes never interleave.
     while (::write(STDERR_FILENO, line.data(), line.size()) < 0 && errno == EINTR) { }
+    return error;
 }
 
 } // namespace fexo

@@ -1,22 +1,14 @@
 #include <FeXONotificationService/FeXOService.hpp>
 
-#include <FeXONotificationService/DataRepository.hpp>
 #include <FeXONotificationService/DeviceInfo.hpp>
+#include <FeXONotificationService/FeXOServiceCollaborators.hpp>
 #include <FeXONotificationService/NotificationInbox.hpp>
-#include <FeXONotificationService/PushNotificationProvider.hpp>
 #include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXONotificationService/UserDefaultsDataStorage.hpp>
 #include <FeXOPlatform/StoreObserver.hpp>
 #include <FeXOPlatform/UIDevice.hpp>
 
 namespace fexo {
-
-// The two fields of the service, in their order: copied with it, so that a copy has its own
-// provider and a repository that shares the one storage object.
-struct FeXOService::Collaborators {
-    PushNotificationProvider pushProvider;
-    DataRepository dataPersistence;
-};
 
 FeXOService::FeXOService()
     : collaborators_(

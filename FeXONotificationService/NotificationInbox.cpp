@@ -60,13 +60,19 @@ std::uint64_t NotificationInbox::unreadCount()
 
 void NotificationInbox::markAllAsRead()
 {
+    (void)markAllAsReadChecked();
+}
+
+Result<void> NotificationInbox::markAllAsReadChecked()
+{
     auto& store = storage_->userDefaults();
     const bool done = recordIndex().rewriteUnflagged(store, [](std::string_view bytes) {
         auto record = UserDefaultsDataStorage::decodeRecord(bytes);
         record.isRead = true;
         return UserDefaultsDataStorage::encodeRecord(record);
     });
-    if (!done) reportUnwrittenChange(store);
+    if (!done) return Result<void>::failure(reportUnwrittenChange(store));
+    return Result<void>::success();
 }
 
 } // namespace fexo

@@ -33,6 +33,8 @@ public:
     // Every record whose isRead is not true rewritten with isRead true under its own key, in one
     // transaction; a refusal of the store is reported as for any write.
     void markAllAsRead();
+    // The same, telling whether the store kept it (see DataRepository::writeChecked()).
+    Result<void> markAllAsReadChecked();
 
 private:
     std::shared_ptr<DataStorage> storage_;

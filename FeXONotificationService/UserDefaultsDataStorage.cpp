@@ -49,11 +49,12 @@ UserDefaults& UserDefaultsDataStorage::userDefaults()
     return *userDefaults_;
 }
 
-void UserDefaultsDataStorage::save(const Response& response, std::string_view key)
+Result<void> UserDefaultsDataStorage::saveChecked(const Response& response, std::string_view key)
 {
     const std::string bytes = encodeRecord(response);
     auto& store = userDefaults();
-    if (!store.setData(bytes, key)) reportUnwrittenChange(store);
+    if (!store.setData(bytes, key)) return Result<void>::failure(reportUnwrittenChange(store));
+    return Result<void>::success();
 }
 
 std::optional<Response> UserDefaultsDataStorage::load(std::string_view key)

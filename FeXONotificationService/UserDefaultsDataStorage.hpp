@@ -28,7 +28,7 @@ public:
     UserDefaultsDataStorage& operator=(const UserDefaultsDataStorage&) = delete;
 
     UserDefaults& userDefaults() override;
-    void save(const Response& response, std::string_view key) override;
+    Result<void> saveChecked(const Response& response, std::string_view key) override;
     std::optional<Response> load(std::string_view key) override;
     // One range scan of the store, then one decode per record.
     std::vector<Response> loadAll(std::string_view keyPrefix) override;

@@ -1,5 +1,6 @@
 #include <capi/Boundary.hpp>
 
+#include <FeXONotificationService/FeXOStoreError.hpp>
 #include <FeXOPlatform/CocoaError.hpp>
 #include <FeXOPlatform/EncodingError.hpp>
 
@@ -25,6 +26,7 @@ constexpr StatusOfDomain statusOfDomain[] = {
     {NSCocoaErrorDomain, EncodingError::coderInvalidValue, FEXO_ERROR_ENCODING},
     {NSCocoaErrorDomain, CocoaError::propertyListWriteInvalid, FEXO_ERROR_ENCODING},
     {NSCocoaErrorDomain, anyCode, FEXO_ERROR_DECODING},
+    {FeXOStoreError::domain, anyCode, FEXO_ERROR_STORE},
 };
 
 } // namespace

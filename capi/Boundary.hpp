@@ -3,6 +3,7 @@
 #include <FeXONotificationService/fexo.h>
 #include <FeXOPlatform/Error.hpp>
 #include <FeXOPlatform/NSException.hpp>
+#include <FeXOPlatform/Result.hpp>
 
 #include <cstdint>
 #include <exception>
@@ -34,6 +35,12 @@ fexo_error describeLibraryError(fexo_status status, std::string description);
 
 // Hands `error` to the caller when it asked for it; returns its status.
 fexo_status report(fexo_error** out, fexo_error error);
+
+// FEXO_OK for a change the store kept; else the refusal's status (FEXO_ERROR_STORE), reported.
+inline fexo_status kept(fexo_error** out, const Result<void>& outcome)
+{
+    return outcome.isSuccess() ? FEXO_OK : report(out, describe(outcome.error()));
+}
 
 // A copy the caller frees with fexo_free_string (malloc'd). Throws std::bad_alloc.
 char* copyString(std::string_view text);

@@ -27,6 +27,8 @@ const char* fexo_status_name(fexo_status status)
         return "FEXO_ERROR_INTERNAL";
     case FEXO_ERROR_UNAVAILABLE:
         return "FEXO_ERROR_UNAVAILABLE";
+    case FEXO_ERROR_STORE:
+        return "FEXO_ERROR_STORE";
     }
     return "unknown status";
 }

@@ -3,6 +3,7 @@
 #include <capi/RecordsJSON.hpp>
 #include <capi/ServiceHandle.hpp>
 
+#include <FeXONotificationService/FeXOStoreChanges.hpp>
 #include <FeXONotificationService/NotificationObservation.hpp>
 
 #include <utility>
@@ -50,8 +51,7 @@ fexo_status fexo_service_mark_all_read(fexo_service* service, fexo_error** error
 {
     return guarded(error, [&] {
         if (service == nullptr) return FEXO_ERROR_INVALID_ARGUMENT;
-        service->service.markAllNotificationsAsRead();
-        return FEXO_OK;
+        return fexo::capi::kept(error, fexo::FeXOStoreChanges(service->service).markAllNotificationsAsRead());
     });
 }
 

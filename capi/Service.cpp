@@ -3,6 +3,7 @@
 #include <capi/RecordsJSON.hpp>
 #include <capi/ServiceHandle.hpp>
 
+#include <FeXONotificationService/FeXOStoreChanges.hpp>
 #include <FeXOPlatform/JSONDecoder.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
 
@@ -11,6 +12,7 @@
 
 using fexo::capi::copyString;
 using fexo::capi::guarded;
+using fexo::capi::kept;
 using fexo::capi::recordsJSON;
 
 namespace {
@@ -87,8 +89,7 @@ fexo_status fexo_service_mark_as_read(fexo_service* service, const char* id, fex
 {
     return guarded(error, [&] {
         if (service == nullptr || id == nullptr) return FEXO_ERROR_INVALID_ARGUMENT;
-        service->service.markNotificationAsRead(id);
-        return FEXO_OK;
+        return kept(error, fexo::FeXOStoreChanges(service->service).markNotificationAsRead(id));
     });
 }
 
@@ -96,8 +97,7 @@ fexo_status fexo_service_delete(fexo_service* service, const char* id, fexo_erro
 {
     return guarded(error, [&] {
         if (service == nullptr || id == nullptr) return FEXO_ERROR_INVALID_ARGUMENT;
-        service->service.deleteNotification(id);
-        return FEXO_OK;
+        return kept(error, fexo::FeXOStoreChanges(service->service).deleteNotification(id));
     });
 }
 
@@ -105,8 +105,7 @@ fexo_status fexo_service_delete_all(fexo_service* service, fexo_error** error)
 {
     return guarded(error, [&] {
         if (service == nullptr) return FEXO_ERROR_INVALID_ARGUMENT;
-        service->service.deleteAllNotifications();
-        return FEXO_OK;
+        return kept(error, fexo::FeXOStoreChanges(service->service).deleteAllNotifications());
     });
 }
 
@@ -114,8 +113,8 @@ fexo_status fexo_service_write(fexo_service* service, const char* record_json, f
 {
     return guarded(error, [&] {
         if (service == nullptr || record_json == nullptr) return FEXO_ERROR_INVALID_ARGUMENT;
-        service->service.write(fexo::JSONDecoder().decode<fexo::Response>(record_json));
-        return FEXO_OK;
+        const auto record = fexo::JSONDecoder().decode<fexo::Response>(record_json);
+        return kept(error, fexo::FeXOStoreChanges(service->service).write(record));
     });
 }
 
@@ -123,8 +122,7 @@ fexo_status fexo_service_logout(fexo_service* service, fexo_error** error)
 {
     return guarded(error, [&] {
         if (service == nullptr) return FEXO_ERROR_INVALID_ARGUMENT;
-        service->service.logout();
-        return FEXO_OK;
+        return kept(error, fexo::FeXOStoreChanges(service->service).logout());
     });
 }
 

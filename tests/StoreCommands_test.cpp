@@ -1,4 +1,5 @@
 // The app side's store commands, each run as its own process against one app-group store.
+#include <support/SmallFileSystem.hpp>
 #include <support/ToolSandbox.hpp>
 
 #include <gmock/gmock.h>
@@ -34,6 +35,45 @@ TEST_F(StoreCommands, WriteRefusesMalformedRecordsAndWritesNothing)
         EXPECT_EQ(result.exitCode, 1);
         EXPECT_EQ(result.standardError.rfind(description, 0), 0u) << result.standardError;
     }
+    EXPECT_EQ(list(), json::array());
+}
+
+TEST_F(StoreCommands, AChangeTheStoreRefusesExitsOneAndKeepsNothing)
+{
+    std::string whyNot;
+    const auto disk = fexo::test::SmallFileSystem::mount(2 << 20, whyNot);
+    if (!disk) GTEST_SKIP() << whyNot;
+    ::setenv("FEXO_APP_GROUPS_DIR", disk->path().c_str(), 1); // for the tool's processes
+    write(record("1"));
+    write(record("2"));
+    const json big = {{"id", "3"}, {"data", {{"text", std::string(200000, 'x')}}}};
+    const std::vector<std::pair<std::vector<std::string>, std::string>> changes = {
+        {{"write"}, big.dump()}, {{"mark-read", "1"}, ""}, {{"mark-all-read"}, ""},
+        {{"delete", "1"}, ""},   {{"delete-all"}, ""},     {{"logout"}, ""},
+    };
+    const auto refuse = [&](const std::string& reason) {
+        for (const auto& [command, input] : changes) {
+            const auto result = sandbox.run(command, input);
+            EXPECT_EQ(result.exitCode, 1) << command[0] << " " << reason;
+            EXPECT_THAT(result.standardError,
+                        testing::HasSubstr("could not be written (" + reason + "); the change was not kept.\n"))
+                << command[0];
+        }
+        EXPECT_EQ(list().size(), 2u) << reason; // every record still there, unread
+        EXPECT_EQ(sandbox.run({"unread"}).standardOutput, "2\n");
+    };
+
+    disk->fill();
+    // Only the large write needs new blocks for certain; the others may reuse the log's.
+    const auto full = sandbox.run({"write"}, big.dump());
+    EXPECT_EQ(full.exitCode, 1);
+    EXPECT_THAT(full.standardError, testing::HasSubstr("(database or disk is full); the change was not kept."));
+    disk->freeSpace();
+
+    disk->remount(true);
+    refuse("attempt to write a readonly database");
+    disk->remount(false);
+    EXPECT_EQ(sandbox.run({"logout"}).exitCode, 0);
     EXPECT_EQ(list(), json::array());
 }
 

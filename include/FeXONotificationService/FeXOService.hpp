@@ -95,6 +95,7 @@ public:
     [[nodiscard]] NotificationObservation observeNotifications(std::function<void(NotificationCounts)> callback);
 
 private:
+    friend class FeXOStoreChanges;
     struct Collaborators;
     std::unique_ptr<Collaborators> collaborators_; // never null
 };

@@ -7,7 +7,7 @@
  * a `fexo_error *` handed out through an `error` out-parameter is the caller's, freed with
  * fexo_error_free; pointers passed to a callback are borrowed for the length of the call. Every
  * `error` out-parameter may be NULL; it is set to NULL first, and receives an error object only
- * with the statuses that carry one (decoding, encoding, transport, internal), never with
+ * with the statuses that carry one (decoding, encoding, transport, store, internal), never with
  * FEXO_ERROR_INVALID_ARGUMENT, FEXO_ERROR_NOT_FOUND or FEXO_ERROR_OUT_OF_MEMORY.
  *
  * Records cross as their JSON text, the store's own form: an object with the optional keys
@@ -51,8 +51,9 @@ typedef enum fexo_status {
     FEXO_ERROR_TRANSPORT = 5,        /* the request failed: the error's domain is NSURLErrorDomain */
     FEXO_ERROR_CONFIGURATION = 6,    /* fexo_check_configuration found a mistake */
     FEXO_ERROR_OUT_OF_MEMORY = 7,
-    FEXO_ERROR_INTERNAL = 8,   /* any other failure inside the library */
-    FEXO_ERROR_UNAVAILABLE = 9 /* the system refused a resource: the store cannot be watched */
+    FEXO_ERROR_INTERNAL = 8,    /* any other failure inside the library */
+    FEXO_ERROR_UNAVAILABLE = 9, /* the system refused a resource: the store cannot be watched */
+    FEXO_ERROR_STORE = 10       /* the store refused a change (no space, no permission, ...): it was not kept */
 } fexo_status;
 
 /** A constant English name of the status ("FEXO_ERROR_NOT_FOUND"); "unknown status" otherwise. */
@@ -64,12 +65,14 @@ typedef struct fexo_error fexo_error;
 FEXO_C_API const char* fexo_error_description(const fexo_error* error);
 /** The form printed for developers: type, code and details. Valid while the error lives. */
 FEXO_C_API const char* fexo_error_debug_description(const fexo_error* error);
-/** "NSURLErrorDomain" (transport), "NSCocoaErrorDomain" (decoding, encoding, JSON text), or
- * "FeXOErrorDomain" (the library's own statuses). Valid while the error lives. */
+/** "NSURLErrorDomain" (transport), "NSCocoaErrorDomain" (decoding, encoding, JSON text),
+ * "FeXOStoreErrorDomain" (a change the store refused), or "FeXOErrorDomain" (the library's other
+ * statuses). Valid while the error lives. */
 FEXO_C_API const char* fexo_error_domain(const fexo_error* error);
 /** The code within the domain: a transport error's platform code (-1001 for a time-out, ...);
  * 4864 for a record that cannot be read, 4865 for a missing value, 4866 for a value JSON cannot
- * hold, 3840 for a user-info that is not JSON; the fexo_status in FeXOErrorDomain. */
+ * hold, 3840 for a user-info that is not JSON; 1 in FeXOStoreErrorDomain; the fexo_status in
+ * FeXOErrorDomain. */
 FEXO_C_API int64_t fexo_error_code(const fexo_error* error);
 FEXO_C_API fexo_status fexo_error_status(const fexo_error* error);
 /** NULL is ignored. */
@@ -142,6 +145,11 @@ FEXO_C_API fexo_status fexo_service_fetch_all(fexo_service* service, char** reco
  * NULL when there is none. */
 FEXO_C_API fexo_status fexo_service_fetch(fexo_service* service, const char* id, char** record_json,
                                           fexo_error** error);
+/* The changes below (mark as read, delete, delete all, write, log out, mark all read) return
+ * FEXO_ERROR_STORE, with the store's reason in the error, when the store refused the change (no
+ * space, no permission, a read-only file system, a lock held past every wait): nothing of it was
+ * kept, and the library has also said so in one line on standard error. */
+
 /** Stores the record with "isRead" true; prints "Item Not Found!" and returns FEXO_OK when there
  * is none. */
 FEXO_C_API fexo_status fexo_service_mark_as_read(fexo_service* service, const char* id, fexo_error** error);
@@ -151,7 +159,8 @@ FEXO_C_API fexo_status fexo_service_delete_all(fexo_service* service, fexo_error
 /** Stores the record (JSON text) under its "id", replacing the one stored there;
  * FEXO_ERROR_DECODING when the text is not a record. */
 FEXO_C_API fexo_status fexo_service_write(fexo_service* service, const char* record_json, fexo_error** error);
-/** Deletes every stored record and nothing else: no server call, the device stays registered. */
+/** Deletes every stored record and nothing else, in one transaction (all or none): no server
+ * call, the device stays registered. */
 FEXO_C_API fexo_status fexo_service_logout(fexo_service* service, fexo_error** error);
 
 /* ---- the inbox ------------------------------------------------------------------------- */

@@ -2,6 +2,7 @@
 
 #include <FeXOPlatform/Error.hpp>
 
+#include <optional>
 #include <utility>
 #include <variant>
 
@@ -31,6 +32,25 @@ private:
     }
 
     std::variant<T, Error> storage_;
+};
+
+// The outcome of an operation that gives nothing back but may fail: success, or failure with an
+// Error. Accessing the error of a success throws std::bad_optional_access.
+template <>
+class [[nodiscard]] Result<void> {
+public:
+    static Result success() { return Result(std::nullopt); }
+    static Result failure(Error error) { return Result(std::move(error)); }
+
+    bool isSuccess() const { return !error_.has_value(); }
+    bool isFailure() const { return error_.has_value(); }
+
+    const Error& error() const { return error_.value(); }
+
+private:
+    explicit Result(std::optional<Error> error) : error_(std::move(error)) { }
+
+    std::optional<Error> error_;
 };
 
 } // namespace fexo

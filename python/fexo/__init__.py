@@ -12,13 +12,13 @@ import ctypes
 from . import _native
 from ._native import lib, take_string, text
 from .errors import (ConfigurationError, DecodingError, EncodingError, FeXOError, InternalError,
-                     InvalidArgumentError, TransportError, UnavailableError)
+                     InvalidArgumentError, StoreError, TransportError, UnavailableError)
 from .extension import Delivery, FeXONotificationExtensionHandler
 from .status import Status
 
 __all__ = [
     "ConfigurationError", "DecodingError", "Delivery", "EncodingError", "FeXOError", "InternalError", "InvalidArgumentError",
-    "TransportError", "UnavailableError", "FeXONotificationExtensionHandler", "FeXOService", "NotificationData", "PushProvider",
+    "StoreError", "TransportError", "UnavailableError", "FeXONotificationExtensionHandler", "FeXOService", "NotificationData", "PushProvider",
     "Record", "Status", "check_configuration", "resources_directory", "set_resources_directory", "version",
     "wait_until_idle",
 ]

@@ -46,6 +46,12 @@ class UnavailableError(FeXOError):
     status = Status.ERROR_UNAVAILABLE
 
 
+class StoreError(FeXOError):
+    """The store refused a change (no space, no permission, a read-only file system): nothing of
+    it was kept. `description` names the store's file and the reason."""
+    status = Status.ERROR_STORE
+
+
 class ConfigurationError(Exception):
     """The exception the library would raise for its configuration file: `name` and `reason`."""
 
@@ -56,7 +62,7 @@ class ConfigurationError(Exception):
 
 
 _BY_STATUS = {cls.status: cls for cls in (InvalidArgumentError, DecodingError, EncodingError, TransportError,
-                                          InternalError, UnavailableError)}
+                                          InternalError, UnavailableError, StoreError)}
 
 
 def from_error(status, error):

@@ -18,3 +18,4 @@ class Status(enum.IntEnum):
     ERROR_OUT_OF_MEMORY = 7
     ERROR_INTERNAL = 8
     ERROR_UNAVAILABLE = 9
+    ERROR_STORE = 10

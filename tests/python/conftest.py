@@ -68,3 +68,24 @@ def run_python(arguments, stdin="", env=None):
     """A child Python with this environment (and `env` on top), its output captured."""
     return subprocess.run([sys.executable] + arguments, input=stdin, capture_output=True, text=True, timeout=60,
                           env={**os.environ, **(env or {})})
+
+
+class SmallDisk:
+    """A 2 MiB tmpfs mounted on a fresh folder, remountable read-only."""
+
+    def __init__(self, path):
+        self.path = path
+
+    def remount(self, read_only):
+        subprocess.run(["mount", "-o", "remount," + ("ro" if read_only else "rw"), str(self.path)], check=True)
+
+
+@pytest.fixture
+def small_disk(tmp_path):
+    """Skips without the privilege to mount."""
+    mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=2m,mode=0700", "tmpfs", str(tmp_path)],
+                             capture_output=True, text=True)
+    if mounted.returncode != 0:
+        pytest.skip(f"cannot mount a tmpfs ({mounted.stderr.strip()}): run as root")
+    yield SmallDisk(tmp_path)
+    subprocess.run(["umount", "-l", str(tmp_path)], check=False)

@@ -92,6 +92,23 @@ def test_statuses_are_named_as_the_library_and_its_header_name_them():
         assert fexo._native.lib.fexo_status_name(status).decode() == f"FEXO_{status.name}"
 
 
+def test_a_change_the_store_refuses_raises_store_error_and_keeps_nothing(server, small_disk):
+    env = {"FEXO_APP_GROUPS_DIR": str(small_disk.path)}
+    assert run_python(["-c", "import fexo; fexo.FeXOService().write({'id': '1', 'data': {'text': 'kept'}})"],
+                      env=env).returncode == 0
+    small_disk.remount(True)
+    change = ("import fexo\ns = fexo.FeXOService()\nfor c in (s.logout, s.delete_all, lambda: s.delete('1'),\n"
+              "          lambda: s.mark_as_read('1'), s.mark_all_as_read, lambda: s.write({'id': '2'})):\n"
+              "  try:\n    c()\n  except fexo.StoreError as e:\n    print(e.domain, e.code, e.description)\n"
+              "print(len(s.fetch_all()))\n")
+    child = run_python(["-c", change], env=env)
+    lines = child.stdout.splitlines()
+    assert len(lines) == 7 and lines[-1] == "1", child.stdout + child.stderr
+    assert all(line.startswith("FeXOStoreErrorDomain 1 The app group store ") and
+               line.endswith("(attempt to write a readonly database); the change was not kept.") for line in lines[:6])
+    small_disk.remount(False)
+
+
 def test_registration_completes_with_the_answer(service):
     assert service.register_device("token-1", "device-1", provider=fexo.PushProvider.APNS).result(30) == {}
     with pytest.raises(ValueError):

@@ -1,8 +1,10 @@
+#include <fexo/ChangeOutcome.hpp>
 #include <fexo/Commands.hpp>
 
 #include <common/TerminalText.hpp>
 
 #include <FeXONotificationService/FeXOService.hpp>
+#include <FeXONotificationService/FeXOStoreChanges.hpp>
 
 #include <nlohmann/json.hpp>
 
@@ -82,8 +84,7 @@ void addInboxCommands(CLI::App& app, const ToolOptions& options, int& exitCode)
 
     app.add_subcommand("mark-all-read", "Mark every stored notification as read")->callback([&options, &exitCode] {
         options.apply();
-        FeXOService().markAllNotificationsAsRead();
-        exitCode = 0;
+        exitCode = exitStatus(FeXOStoreChanges(FeXOService()).markAllNotificationsAsRead());
     });
 
     auto asJSON = std::make_shared<bool>(false);

@@ -1,9 +1,11 @@
+#include <fexo/ChangeOutcome.hpp>
 #include <fexo/Commands.hpp>
 #include <fexo/Input.hpp>
 
 #include <common/TerminalText.hpp>
 
 #include <FeXONotificationService/FeXOService.hpp>
+#include <FeXONotificationService/FeXOStoreChanges.hpp>
 #include <FeXOPlatform/JSONDecoder.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
 
@@ -127,8 +129,8 @@ int markRead(const std::string& id)
 {
     FeXOService service;
     const bool present = service.fetchNotification(id).has_value();
-    service.markNotificationAsRead(id);
-    return present ? 0 : 1;
+    const bool kept = FeXOStoreChanges(service).markNotificationAsRead(id).isSuccess();
+    return present && kept ? 0 : 1;
 }
 
 int write(const std::string& input)
@@ -142,8 +144,7 @@ int write(const std::string& input)
         reportProblem(error.description());
         return 1;
     }
-    FeXOService().write(record);
-    return 0;
+    return exitStatus(FeXOStoreChanges(FeXOService()).write(record));
 }
 
 } // namespace
@@ -184,21 +185,18 @@ void addStoreCommands(CLI::App& app, const ToolOptions& options, int& exitCode)
     deleteCommand->add_option("ID", *id, "The notification's id")->required();
     deleteCommand->callback([&options, &exitCode, id] {
         options.apply();
-        FeXOService().deleteNotification(*id);
-        exitCode = 0;
+        exitCode = exitStatus(FeXOStoreChanges(FeXOService()).deleteNotification(*id));
     });
 
     app.add_subcommand("delete-all", "Delete every stored notification")->callback([&options, &exitCode] {
         options.apply();
-        FeXOService().deleteAllNotifications();
-        exitCode = 0;
+        exitCode = exitStatus(FeXOStoreChanges(FeXOService()).deleteAllNotifications());
     });
 
     app.add_subcommand("logout", "Log out: delete every stored notification (the device stays registered)")
         ->callback([&options, &exitCode] {
             options.apply();
-            FeXOService().logout();
-            exitCode = 0;
+            exitCode = exitStatus(FeXOStoreChanges(FeXOService()).logout());
         });
 
     auto input = std::make_shared<std::string>("-");
