@@ -12,7 +12,8 @@ namespace fexo {
 
 const StoreRecordIndex& NotificationInbox::recordIndex()
 {
-    static const StoreRecordIndex index("fexo_records", DataRepository::keyPrefix, "createdAt", "isRead");
+    static const StoreRecordIndex index("fexo_records", DataRepository::keyPrefix, "createdAt", "isRead",
+                                        {"data.text", "data.sender"}); // Response::carriesNotification()
     return index;
 }
 

@@ -74,30 +74,47 @@ std::uint64_t countOf(StoreConnection& connection, const std::string& sql)
 } // namespace
 
 StoreRecordIndex::StoreRecordIndex(std::string_view name, std::string_view keyPrefix, std::string_view orderMember,
-                                   std::string_view flagMember)
-    : orderIndex_(std::string(name) + "_by_order"), flagIndex_(std::string(name) + "_unflagged")
+                                   std::string_view flagMember, std::initializer_list<std::string_view> textMembers)
+    : orderIndex_(std::string(name) + "_by_order"), flagIndex_(std::string(name) + "_unflagged"),
+      uncountedIndex_(std::string(name) + "_uncounted")
 {
     const std::string records = "key >= " + literal(keyPrefix) + " AND key < " + literal(upperBound(keyPrefix)) +
                                 " AND kind = " + std::to_string(static_cast<std::int64_t>(StoredKind::data));
+    // 1 when one of the text members is a text that is not empty, else 0 (bytes that are not
+    // JSON included: json_type would fail on them).
+    std::string anyText;
+    for (const auto path : textMembers) {
+        const std::string at = literal("$." + std::string(path));
+        anyText += (anyText.empty() ? "" : " OR ") + std::string("(json_type(value, ") + at +
+                   ") IS 'text' AND json_extract(value, " + at + ") <> '')";
+    }
+    const std::string counts = "(CASE WHEN json_valid(value) THEN " + anyText + " ELSE 0 END)";
     const std::string order = member(orderMember);
     const std::string unflagged = member(flagMember) + " IS NOT 1";
-    // The kind rides in the order index so that counting the records reads the index alone. A
-    // query with a term over the value is read from the index alone only when the index holds the
+    // The kind rides in the order index so that counting its entries reads the index alone. A
+    // query with a term over the value is read from an index alone only when the index holds the
     // value (SQLite 3.40 fetches the row for each entry otherwise, about twice the cost of a wake
-    // between processes at 64 records): the flag index holds the whole of the unflagged records,
-    // and only them, so counting them costs what there are of them.
+    // between processes at 64 records): the flag index holds the whole of the unflagged records
+    // that count, and only them, and the uncounted index the whole of those that do not count,
+    // so each count costs what there are of those.
     orderDefinition_ = orderIndex_ + " ON defaults (" + order + " DESC, key, kind) WHERE " + records;
-    flagDefinition_ = flagIndex_ + " ON defaults (key, kind, value) WHERE " + records + " AND " + unflagged;
+    flagDefinition_ =
+        flagIndex_ + " ON defaults (key, kind, value) WHERE " + records + " AND " + counts + " = 1 AND " + unflagged;
+    uncountedDefinition_ =
+        uncountedIndex_ + " ON defaults (key, kind, value) WHERE " + records + " AND " + counts + " = 0";
 
-    const std::string rows =
-        "SELECT key, value, " + order + " FROM defaults INDEXED BY " + orderIndex_ + " WHERE " + records;
+    // Pages read each record's value anyway: those that do not count are passed over there.
+    const std::string rows = "SELECT key, value, " + order + " FROM defaults INDEXED BY " + orderIndex_ + " WHERE " +
+                             records + " AND " + counts + " = 1";
     queries_.firstPage = rows + " ORDER BY " + order + " DESC, key LIMIT ?1";
     queries_.sameOrderAfter = rows + " AND " + order + " = ?2 AND key > ?3 ORDER BY key LIMIT ?1";
     queries_.orderBelow = rows + " AND " + order + " < ?2 ORDER BY " + order + " DESC, key LIMIT ?1";
     queries_.unorderedAfter = rows + " AND " + order + " IS NULL AND key > ?3 ORDER BY key LIMIT ?1";
-    queries_.total = "SELECT count(*) FROM defaults INDEXED BY " + orderIndex_ + " WHERE " + records;
+    queries_.total = "SELECT (SELECT count(*) FROM defaults INDEXED BY " + orderIndex_ + " WHERE " + records +
+                     ") - (SELECT count(*) FROM defaults INDEXED BY " + uncountedIndex_ + " WHERE " + records +
+                     " AND " + counts + " = 0)";
     const std::string unflaggedWhere =
-        " FROM defaults INDEXED BY " + flagIndex_ + " WHERE " + records + " AND " + unflagged;
+        " FROM defaults INDEXED BY " + flagIndex_ + " WHERE " + records + " AND " + counts + " = 1 AND " + unflagged;
     queries_.unflagged = "SELECT count(*)" + unflaggedWhere;
     queries_.unflaggedRows = "SELECT key, value" + unflaggedWhere + " ORDER BY key";
     // One statement, so one snapshot without a transaction around it.
@@ -126,8 +143,9 @@ bool StoreRecordIndex::ensure(UserDefaults& store) const
         }
         return result == SQLITE_OK;
     };
-    for (const auto& [name, definition] :
-         {std::pair{&orderIndex_, &orderDefinition_}, {&flagIndex_, &flagDefinition_}}) {
+    for (const auto& [name, definition] : {std::pair{&orderIndex_, &orderDefinition_},
+                                           {&flagIndex_, &flagDefinition_},
+                                           {&uncountedIndex_, &uncountedDefinition_}}) {
         if (made(*name, *definition)) continue;
         // Missing, or made by another version of this layer: replaced under the write lock, where
         // a second process that waited for the first finds it made and does nothing.

@@ -62,6 +62,7 @@ TEST_F(HandlePushCommand, ARefusalIsStoredButTheOriginalIsShown)
     const auto result = handlePush(push);
     EXPECT_EQ(result.exitCode, 3) << result.standardError;
     EXPECT_EQ(delivered(result), original);
+    EXPECT_EQ(result.standardError, "fexo: the server sent no notification: error 404: Notification not found\n");
     const json records = stored();
     ASSERT_EQ(records.size(), 1u) << records;
     EXPECT_EQ(records[0]["errorCode"], 404);

@@ -42,10 +42,13 @@ TEST(InboxCommands, ListPagesWithTheCursorItPrintsAndAgreesWithTheWholeList)
 {
     fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
     for (int i = 0; i < 5; ++i) {
-        const json record{{"id", "r" + std::to_string(i)}, {"createdAt", i % 2}};
+        const json record{{"id", "r" + std::to_string(i)}, {"createdAt", i % 2}, {"data", {{"text", "t"}}}};
         ASSERT_EQ(sandbox.run({"write", "-"}, record.dump()).exitCode, 0);
     }
     const json all = json::parse(sandbox.run({"list", "--json"}).standardOutput);
+    // A refusal is listed whole, but is no page's.
+    ASSERT_EQ(sandbox.run({"write", "-"}, R"({"id":"refused","createdAt":2,"errorCode":404})").exitCode, 0);
+    EXPECT_EQ(json::parse(sandbox.run({"list", "--json"}).standardOutput)[0]["id"], "refused");
     json paged = json::array();
     std::vector<std::string> arguments{"list", "--json", "--limit", "2"};
     for (;;) {

@@ -1,16 +1,20 @@
 // The inbox operations of FeXOService on real store files: order, cursors, counts, marking, the
 // index of older stores and the plans of its queries.
+#include <support/Completion.hpp>
 #include <support/ForkedProcess.hpp>
 #include <support/ToolSandbox.hpp>
 
 #include <FeXONotificationService/FeXOService.hpp>
 #include <FeXONotificationService/NotificationInbox.hpp>
 #include <FeXOPlatform/DecodingError.hpp>
+#include <FeXOPlatform/JSONDecoder.hpp>
 #include <FeXOPlatform/StoreRecordIndex.hpp>
 #include <FeXOPlatform/UserDefaults.hpp>
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+
+#include <set>
 
 namespace {
 
@@ -47,11 +51,11 @@ protected:
 
 TEST_F(NotificationInbox, PagesNewestFirstTiesByKeyUndatedLastAtEveryPageSizeWithOnlyItsOwnCursors)
 {
-    store("a", R"({"id":"a","createdAt":5})");
-    store("c", R"({"id":"c","createdAt":7.25})");
-    store("b", R"({"id":"b","createdAt":7.25})");
-    store("d", R"({"id":"d"})");
-    store("e", R"({"id":"e","createdAt":-1e9})");
+    store("a", R"({"id":"a","createdAt":5,"data":{"text":"t"}})");
+    store("c", R"({"id":"c","createdAt":7.25,"data":{"text":"t"}})");
+    store("b", R"({"id":"b","createdAt":7.25,"data":{"sender":"s"}})");
+    store("d", R"({"id":"d","data":{"text":"t"}})");
+    store("e", R"({"id":"e","createdAt":-1e9,"data":{"text":"t"}})");
     store("", R"({"data":{"text":"no id"}})");
     ASSERT_TRUE(store()->setObject(fexo::PropertyListValue(std::string("not data")), "response_s"));
     ASSERT_TRUE(store()->setData("{}", "responsf"));
@@ -82,7 +86,8 @@ TEST_F(NotificationInbox, EveryRecordPresentThroughoutIsSeenOnceInOrderWhileAnot
     records->performExclusively([&] {
         for (int i = 0; i < 10000; ++i) {
             const std::string id = "k" + std::to_string(10000 + i);
-            records->setData(R"({"id":")" + id + R"(","createdAt":)" + std::to_string(i / 7) + "}", "response_" + id);
+            records->setData(R"({"id":")" + id + R"(","data":{"text":"t"},"createdAt":)" + std::to_string(i / 7) + "}",
+                             "response_" + id);
         }
     });
     for (int date = 9999 / 7; date >= 0; --date) { // seven to a date, by key within it
@@ -94,10 +99,11 @@ TEST_F(NotificationInbox, EveryRecordPresentThroughoutIsSeenOnceInOrderWhileAnot
     fexo::test::ForkedProcess churn([&] {
         start.pass();
         FeXOService other;
-        other.write(Response(fexo::Date(0), {}, {}, {}, "k1x"));
+        const fexo::NotificationData text("t", std::nullopt);
+        other.write(Response(fexo::Date(0), text, {}, {}, "k1x"));
         churning.open();
         for (int round = 0; round < 10000000; ++round) { // dates and keys among the stable ones; killed at the end
-            const Response added(fexo::Date(round % 1500), {}, {}, {}, "k1" + std::to_string(round % 3000) + "x");
+            const Response added(fexo::Date(round % 1500), text, {}, {}, "k1" + std::to_string(round % 3000) + "x");
             other.write(added);
             if (round % 2 == 1) other.deleteNotification("k1" + std::to_string((round - 1) % 3000) + "x");
         }
@@ -117,15 +123,52 @@ TEST_F(NotificationInbox, EveryRecordPresentThroughoutIsSeenOnceInOrderWhileAnot
 
 TEST_F(NotificationInbox, CountsAndMarksAllReadRewritingOnlyTheUnread)
 {
-    const std::string read = R"({ "id": "r", "isRead": true })"; // a rewrite would make it compact
+    const std::string read = R"({ "id": "r", "isRead": true, "data": {"text": "t"} })"; // a rewrite would be compact
     store("r", read);
-    store("f", R"({"id":"f","isRead":false,"createdAt":3})");
-    store("n", R"({"id":"n"})");
+    store("f", R"({"id":"f","isRead":false,"createdAt":3,"data":{"text":"t"}})");
+    store("n", R"({"id":"n","data":{"sender":"s"}})");
     EXPECT_EQ(service.unreadCount(), 2u);
     service.markAllNotificationsAsRead();
     EXPECT_EQ(service.unreadCount(), 0u);
     EXPECT_EQ(store()->dataForKey("response_r"), read);
     for (const char* id : {"f", "n"}) EXPECT_EQ(service.fetchNotification(id)->isRead, true) << id;
+}
+
+// The one rule of what a notification is, as the record states it and as the index states it in
+// SQL: whatever is stored stays stored and fetchable, and only notifications are the inbox's.
+TEST_F(NotificationInbox, ARecordThatCarriesNoNotificationStaysStoredButOutOfPagesCountsAndMarking)
+{
+    const std::pair<const char*, const char*> records[] = {
+        {"refusal", R"({"errorCode":404,"errorMessage":"Notification not found"})"},
+        {"no-data", R"({"isRead":false})"},
+        {"empty-data", R"({"data":{}})"},
+        {"empty-texts", R"({"data":{"text":"","sender":""}})"},
+        {"text", R"({"data":{"text":"Hi"}})"},
+        {"sender", R"({"data":{"sender":"Ann","text":""}})"},
+        {"both", R"({"data":{"text":" ","sender":"Ann"},"errorCode":1})"},
+    };
+    std::set<std::string> notifications;
+    for (const auto& [id, json] : records) {
+        auto value = nlohmann::json::parse(json);
+        value["id"] = id;
+        store(id, value.dump());
+        if (fexo::JSONDecoder{}.decode<Response>(value.dump()).carriesNotification()) notifications.insert(id);
+    }
+    store("not-json", "\x01 not JSON");
+    EXPECT_EQ(notifications, (std::set<std::string>{"text", "sender", "both"}));
+
+    const auto listed = pageThrough(2);
+    EXPECT_EQ(std::set<std::string>(listed.begin(), listed.end()), notifications);
+    EXPECT_EQ(service.unreadCount(), 3u);
+    fexo::test::Completion<fexo::NotificationCounts> counted;
+    auto observation = service.observeNotifications(counted.handler());
+    store("later", R"({"id":"later","errorCode":500})");
+    EXPECT_EQ(counted.wait(), (fexo::NotificationCounts{3, 3}));
+    service.markAllNotificationsAsRead();
+    EXPECT_EQ(service.unreadCount(), 0u);
+    EXPECT_EQ(service.fetchNotification("refusal")->isRead, std::nullopt); // not marked: not the inbox's
+    EXPECT_EQ(service.fetchNotification("no-data")->isRead, false);
+    EXPECT_EQ(store()->dataWithKeyPrefix("response_").size(), 9u); // all still stored
 }
 
 // Each query of the index names it and reads it in order: no sort, no scan of the key range. The
@@ -162,7 +205,7 @@ TEST_F(NotificationInbox, AnOlderStoreGetsItsIndexOnceAndStillTakesAnyBytes)
     old->performExclusively([&] {
         for (int i = 0; i < 20000; ++i) {
             const std::string id = std::to_string(i);
-            old->setData(R"({"id":")" + id + R"(","createdAt":)" + std::to_string(i % 100) +
+            old->setData(R"({"id":")" + id + R"(","data":{"text":"t"},"createdAt":)" + std::to_string(i % 100) +
                              (i % 3 == 0 ? R"(,"isRead":true})" : "}"),
                          "response_" + id);
         }
@@ -181,7 +224,7 @@ TEST_F(NotificationInbox, AnOlderStoreGetsItsIndexOnceAndStillTakesAnyBytes)
     const auto first = service.fetchNotifications(2).value().records;
     EXPECT_EQ(first.at(0).id.value() + " " + first.at(1).id.value(), "10099 10199"); // by key, as text
     EXPECT_TRUE(old->setData(std::string("\xff\0not json", 10), "response_zz"));
-    EXPECT_EQ(service.unreadCount(), 13334u); // its isRead is not true
+    EXPECT_EQ(service.unreadCount(), 13333u); // stored, but no notification
     const auto& unread = fexo::NotificationInbox::recordIndex().queries().unflagged;
     EXPECT_NE(fexo::StoreRecordIndex::queryPlan(*old, unread).find("COVERING INDEX"), std::string::npos);
 }

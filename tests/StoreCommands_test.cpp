@@ -90,11 +90,11 @@ TEST_F(StoreCommands, ListShowsNewestFirstWithControlsEscapedAndColumnsCutBetwee
     const auto lines = outputLines(sandbox.run({"list"}).standardOutput);
     ASSERT_EQ(lines.size(), 7u);
     EXPECT_EQ(lines[1], "f" + std::string(36, ' ') + "?" + std::string(20, ' ') + "no   " + std::string(17, ' ') +
-                            "error 404: Not found");
+                            "[refusal] error 404: Not found");
     EXPECT_NE(lines[4].find("2001-01-01T00:00:00Z no   sender d"), std::string::npos) << lines[4];
     EXPECT_EQ(lines[5], "x\\x1B]0;owned\\x07" + std::string(20, ' ') + "-" + std::string(20, ' ') + "no   " +
                             "Eve\\x1B[2J\\r~    " + longText.substr(0, 59 * 2) + "~");
-    EXPECT_EQ(lines.back(), "5 notifications, 4 unread");
+    EXPECT_EQ(lines.back(), "4 notifications, 3 unread, 1 refusal");
 }
 
 TEST_F(StoreCommands, ShowMarkReadAndDeleteTellAMissingRecordFromAPresentOne)

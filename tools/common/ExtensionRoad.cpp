@@ -1,15 +1,17 @@
 #include <common/ExtensionRoad.hpp>
 
-#include <FeXONotificationService/FeXONotificationExtensionHandler.hpp>
-
 #include <memory>
 
 namespace fexo::tool {
 
-DeliveredContent deliverPush(const AnyValue& userInfo, std::chrono::milliseconds timeLimit)
+FeXONotificationExtensionHandler::Delivery deliverPush(const AnyValue& userInfo, std::chrono::milliseconds timeLimit)
 {
     const UNNotificationRequest request("fexo-handle-push", std::make_shared<UNNotificationContent>("", "", userInfo));
-    const auto delivery = FeXONotificationExtensionHandler().deliver(request, timeLimit);
+    return FeXONotificationExtensionHandler().deliver(request, timeLimit);
+}
+
+DeliveredContent shownContent(const FeXONotificationExtensionHandler::Delivery& delivery)
+{
     return {delivery.content->title(), delivery.content->body(), delivery.rewritten,
             delivery.rewritten ? delivery.recordId : std::nullopt};
 }

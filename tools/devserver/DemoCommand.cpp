@@ -197,7 +197,8 @@ private:
         showWire();
 
         step("The extension handles the push (FeXONotificationExtensionHandler::deliver)");
-        const auto content = tool::deliverPush(JSONSerialization::jsonObject(*push), std::chrono::seconds(30));
+        const auto content =
+            tool::shownContent(tool::deliverPush(JSONSerialization::jsonObject(*push), std::chrono::seconds(30)));
         showWire();
         writeTerminalLine(std::cout, "   delivered: " + deliveredContentJSON(content));
         if (!content.rewritten || content.title != "FeXO Post" || content.body != "Your parcel is on its way") {

@@ -7,15 +7,33 @@
 #include <common/TerminalText.hpp>
 
 #include <FeXONotificationService/FeXOConfigurationCheck.hpp>
+#include <FeXONotificationService/FeXOService.hpp>
 #include <FeXOPlatform/CocoaError.hpp>
+#include <FeXOPlatform/JSONEncoder.hpp>
 #include <FeXOPlatform/JSONSerialization.hpp>
 #include <FeXOPlatform/NSException.hpp>
+
+#include <nlohmann/json.hpp>
 
 #include <iostream>
 
 namespace fexo::tool {
 
 namespace {
+
+// The server answered with a record that carries no notification: its error, as the store keeps
+// it, on standard error. Those fields stay internal to Response, so they are read from its JSON.
+void reportRefusal(const std::string& recordId)
+{
+    const auto record = FeXOService().fetchNotification(recordId);
+    if (!record) return;
+    const auto form = nlohmann::json::parse(JSONEncoder{}.encode(*record));
+    reportProblem("the server sent no notification: error " +
+                  (form.contains("errorCode") ? form["errorCode"].dump() : std::string("-")) + ": " +
+                  (form.contains("errorMessage") && form["errorMessage"].is_string()
+                       ? form["errorMessage"].get<std::string>()
+                       : std::string("-")));
+}
 
 int handlePush(const std::string& input, double timeLimitSeconds)
 {
@@ -37,9 +55,10 @@ int handlePush(const std::string& input, double timeLimitSeconds)
     } catch (const NSException&) {
         // The road below raises the same again, in its own place.
     }
-    const DeliveredContent content = deliverPush(userInfo, timeLimitDuration(timeLimitSeconds));
-    std::cout << deliveredContentJSON(content) << std::endl;
-    return content.rewritten ? 0 : 3;
+    const auto delivery = deliverPush(userInfo, timeLimitDuration(timeLimitSeconds));
+    if (!delivery.rewritten && delivery.recordId) reportRefusal(*delivery.recordId);
+    std::cout << deliveredContentJSON(shownContent(delivery)) << std::endl;
+    return delivery.rewritten ? 0 : 3;
 }
 
 } // namespace

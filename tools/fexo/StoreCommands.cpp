@@ -40,13 +40,30 @@ Listed listed(Response record)
     if (const auto found = form.find("createdAt"); found != form.end() && found->is_number()) {
         entry.createdAt = found->get<double>();
     }
-    if (entry.record.data) {
+    if (entry.record.carriesNotification()) {
         entry.text = entry.record.data->text.value_or("");
     } else if (form.contains("errorCode") || form.contains("errorMessage")) {
-        entry.text = "error " + (form.contains("errorCode") ? form["errorCode"].dump() : std::string("-")) + ": " +
-                     form.value("errorMessage", "");
+        entry.text = "[refusal] error " + (form.contains("errorCode") ? form["errorCode"].dump() : std::string("-")) +
+                     ": " + form.value("errorMessage", "");
+    } else {
+        entry.text = "[refusal] no text and no sender";
     }
     return entry;
+}
+
+// Every stored record, notifications or not, in the inbox's order: newest createdAt first, ties
+// and the records without a date by key (the bare prefix and then the id).
+std::vector<Listed> everyRecord()
+{
+    std::vector<Listed> entries;
+    for (auto& record : FeXOService().fetchAllNotifications().value_or(std::vector<Response>{}))
+        entries.push_back(listed(std::move(record)));
+    std::sort(entries.begin(), entries.end(), [](const Listed& a, const Listed& b) {
+        if (a.createdAt.has_value() != b.createdAt.has_value()) return a.createdAt.has_value();
+        if (a.createdAt && *a.createdAt != *b.createdAt) return *a.createdAt > *b.createdAt;
+        return a.record.id.value_or("") < b.record.id.value_or("");
+    });
+    return entries;
 }
 
 std::string isoDate(const std::optional<double>& sinceReferenceDate)
@@ -72,18 +89,23 @@ std::string column(const std::string& text, std::size_t width)
     return cell + std::string(width + 1 - characters, ' ');
 }
 
-// Without a limit: every record, as one page (one snapshot) in the library's order: newest first,
-// ties and the records without a date by key.
+// Without a limit: every stored record, the server's refusals included (marked so); with one, a
+// page of the inbox, which holds the notifications only.
 int list(bool asJSON, std::optional<std::size_t> limit, const std::string& after)
 {
-    auto page = FeXOService().fetchNotifications(limit.value_or(std::numeric_limits<std::size_t>::max()), after);
-    if (!page.isSuccess()) {
-        reportProblem("--after is not a cursor that a page printed: " + page.error().localizedDescription());
-        return 1;
-    }
     std::vector<Listed> entries;
-    for (auto& record : page.value().records) entries.push_back(listed(std::move(record)));
-    const std::string& next = page.value().next;
+    std::string next;
+    if (limit) {
+        auto page = FeXOService().fetchNotifications(*limit, after);
+        if (!page.isSuccess()) {
+            reportProblem("--after is not a cursor that a page printed: " + page.error().localizedDescription());
+            return 1;
+        }
+        for (auto& record : page.value().records) entries.push_back(listed(std::move(record)));
+        next = page.value().next;
+    } else {
+        entries = everyRecord();
+    }
     if (asJSON) {
         std::string out = "[";
         for (std::size_t i = 0; i < entries.size(); ++i) {
@@ -96,20 +118,27 @@ int list(bool asJSON, std::optional<std::size_t> limit, const std::string& after
         std::cout << out << std::endl;
         return 0;
     }
+    std::size_t notifications = 0;
     std::size_t unread = 0;
     writeTerminalLine(std::cout,
                       column("ID", 36) + column("CREATED", 20) + column("READ", 4) + column("SENDER", 16) + "TEXT");
     for (const auto& entry : entries) {
         const Response& r = entry.record;
         const bool read = r.isRead.value_or(false);
-        if (!read) ++unread;
+        if (r.carriesNotification()) {
+            ++notifications;
+            if (!read) ++unread;
+        }
         writeTerminalLine(std::cout, column(r.id.value_or("-"), 36) + column(isoDate(entry.createdAt), 20) +
                                          column(read ? "yes" : "no", 4) +
                                          column(r.data ? r.data->sender.value_or("") : "", 16) +
                                          terminalColumn(entry.text, 60));
     }
-    std::cout << entries.size() << (entries.size() == 1 ? " notification, " : " notifications, ") << unread << " unread"
-              << (limit ? " on this page" : "") << std::endl;
+    const std::size_t refusals = entries.size() - notifications;
+    std::cout << notifications << (notifications == 1 ? " notification, " : " notifications, ") << unread << " unread"
+              << (limit ? " on this page" : "");
+    if (refusals > 0) std::cout << ", " << refusals << (refusals == 1 ? " refusal" : " refusals");
+    std::cout << std::endl;
     if (limit) std::cout << "next: " << (next.empty() ? "-" : next) << std::endl;
     return 0;
 }
@@ -151,7 +180,9 @@ int write(const std::string& input)
 
 void addStoreCommands(CLI::App& app, const ToolOptions& options, int& exitCode)
 {
-    auto* listCommand = app.add_subcommand("list", "List the stored notifications, newest first");
+    auto* listCommand = app.add_subcommand(
+        "list", "List every stored record, newest first, the server's refusals marked; with --limit, one page of "
+                "the notifications");
     auto asJSON = std::make_shared<bool>(false);
     auto limit = std::make_shared<std::size_t>(0);
     auto after = std::make_shared<std::string>();
