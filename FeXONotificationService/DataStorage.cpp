@@ -1,10 +1,6 @@
 #include <FeXONotificationService/DataStorage.hpp>
 
-#include <unistd.h>
-
-#include <cerrno>
-
-#include <string>
+#include <FeXOPlatform/StandardOutput.hpp>
 
 namespace fexo {
 
@@ -27,9 +23,7 @@ void DataStorage::save(const Response& response, std::string_view key)
 FeXOStoreError reportUnwrittenChange(const UserDefaults& store)
 {
     FeXOStoreError error(FeXOStoreError::changeNotKept, store.databasePath(), store.lastWriteFailure());
-    const std::string line = error.localizedDescription() + "\n";
-    // One write, so that lines of several threads or processes never interleave.
-    while (::write(STDERR_FILENO, line.data(), line.size()) < 0 && errno == EINTR) { }
+    printErrorLine(error.localizedDescription());
     return error;
 }
 

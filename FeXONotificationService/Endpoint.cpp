@@ -25,9 +25,9 @@ const char* Endpoint::path() const
 {
     switch (kind_) {
     case Case::notificationContent:
-        return "/api/Notification/GetNotificationContent";
+        return notificationContentPath;
     case Case::registerNewDevice:
-        return "/api/Registration/RegisterNewDevice";
+        return registerNewDevicePath;
     }
     return "";
 }

@@ -19,11 +19,14 @@ public:
         registerNewDevice
     };
 
+    static constexpr const char* notificationContentPath = "/api/Notification/GetNotificationContent";
+    static constexpr const char* registerNewDevicePath = "/api/Registration/RegisterNewDevice";
+
     static Endpoint notificationContent(NotificationRequestInfo payload);
     static Endpoint registerNewDevice(DeviceInfo payload);
 
     Case kind() const { return kind_; }
-    // "/api/Notification/GetNotificationContent" or "/api/Registration/RegisterNewDevice".
+    // notificationContentPath or registerNewDevicePath.
     const char* path() const;
     const Payloadable& payload() const { return *payload_; }
 

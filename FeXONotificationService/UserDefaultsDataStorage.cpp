@@ -5,6 +5,7 @@
 #include <FeXOPlatform/FatalError.hpp>
 #include <FeXOPlatform/JSONDecoder.hpp>
 #include <FeXOPlatform/JSONEncoder.hpp>
+#include <FeXOPlatform/StandardOutput.hpp>
 
 #include <string>
 
@@ -40,8 +41,13 @@ UserDefaults& UserDefaultsDataStorage::userDefaults()
     // A configuration exception propagates and leaves the flag unset, so a later use tries again.
     std::call_once(opening_, [this] {
         const std::string& appGroup = sharedConfiguration().appGroup;
-        userDefaults_ = UserDefaults::open(appGroup);
-        if (!userDefaults_) fatalError("App Group Not Found " + appGroup);
+        std::string whyNot;
+        userDefaults_ = UserDefaults::open(appGroup, whyNot);
+        if (!userDefaults_) {
+            // The cause first, on a line of its own; the fixed message stays the last words.
+            printErrorLine(whyNot);
+            fatalError("App Group Not Found " + appGroup);
+        }
         // Once per store in practice: later opens find the index. A store that refuses it (read
         // only) still serves every other operation.
         NotificationInbox::recordIndex().ensure(*userDefaults_);

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace fexo {
@@ -21,8 +22,15 @@ std::optional<std::filesystem::path> appGroupsRoot();
 
 // Creates the root (missing folders 0700) and the suite's folder (0700), and returns the suite's
 // folder under the root's resolved path. Nothing when the name is unusable, a folder cannot be
-// made, or the suite's folder is anything but a real directory (a symbolic link included).
-std::optional<std::filesystem::path> prepareSuiteFolder(std::string_view suiteName);
+// made, or the suite's folder is anything but a real directory (a symbolic link included); then
+// `whyNot` says so, naming the path and the system's reason ("<path>: Permission denied").
+std::optional<std::filesystem::path> prepareSuiteFolder(std::string_view suiteName, std::string& whyNot);
+
+// Why prepareSuiteFolder() would fail now, found without creating anything: the same rules, and
+// for a folder that does not exist yet, the nearest existing one must be a folder this process
+// may write into (which also tells a read-only file system, even to root). Nothing when it
+// would succeed; the suite's folder, existing or not, is then in `folder`.
+std::optional<std::string> whySuiteFolderCannotBePrepared(std::string_view suiteName, std::filesystem::path& folder);
 
 // The suite's folder under the root's resolved path, creating nothing; nothing when the name is
 // unusable or the root does not exist.

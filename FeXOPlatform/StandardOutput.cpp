@@ -6,7 +6,9 @@
 
 namespace fexo {
 
-void printLine(std::string_view text)
+namespace {
+
+void writeLine(int descriptor, std::string_view text)
 {
     static constexpr char digits[] = "0123456789ABCDEF";
     std::string line;
@@ -29,12 +31,24 @@ void printLine(std::string_view text)
     const char* p = line.data();
     std::size_t left = line.size();
     while (left > 0) {
-        ssize_t n = ::write(STDOUT_FILENO, p, left);
+        ssize_t n = ::write(descriptor, p, left);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) return;
         p += n;
         left -= static_cast<std::size_t>(n);
     }
+}
+
+} // namespace
+
+void printLine(std::string_view text)
+{
+    writeLine(STDOUT_FILENO, text);
+}
+
+void printErrorLine(std::string_view text)
+{
+    writeLine(STDERR_FILENO, text);
 }
 
 } // namespace fexo

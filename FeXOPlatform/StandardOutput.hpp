@@ -13,4 +13,8 @@ namespace fexo {
 // escapes of their bytes. The library's fixed texts hold none and print as they stand.
 void printLine(std::string_view text);
 
+// The same on standard error, for what goes wrong beside the fixed diagnostics (a change the
+// store refused, the cause of a fatal error).
+void printErrorLine(std::string_view text);
+
 } // namespace fexo

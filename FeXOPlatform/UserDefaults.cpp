@@ -8,6 +8,12 @@
 
 #include <sqlite3.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
 namespace fexo {
 
 namespace {
@@ -70,13 +76,42 @@ std::optional<std::filesystem::path> UserDefaults::containerPath(std::string_vie
 
 std::shared_ptr<UserDefaults> UserDefaults::open(std::string_view suiteName)
 {
-    const auto container = prepareSuiteFolder(suiteName);
+    std::string whyNot;
+    return open(suiteName, whyNot);
+}
+
+std::optional<std::string> UserDefaults::whyNotOpenable(std::string_view suiteName)
+{
+    std::filesystem::path folder;
+    if (auto whyNot = whySuiteFolderCannotBePrepared(suiteName, folder)) return whyNot;
+    const auto databasePath = folder / databaseFileName;
+    struct stat status { };
+    if (::lstat(databasePath.c_str(), &status) != 0) {
+        if (errno != ENOENT) return databasePath.string() + ": " + std::strerror(errno);
+        // The store would be made in its folder (which may not exist yet: then its nearest
+        // existing ancestor was found writable above).
+        if (::access(folder.c_str(), F_OK) == 0 && ::access(folder.c_str(), W_OK | X_OK) != 0)
+            return folder.string() + ": " + std::strerror(errno);
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode))
+        return databasePath.string() + ": is not a regular file (a symbolic link or another file stands there)";
+    return whyStoreCannotBeRead(databasePath);
+}
+
+std::shared_ptr<UserDefaults> UserDefaults::open(std::string_view suiteName, std::string& whyNot)
+{
+    const auto container = prepareSuiteFolder(suiteName, whyNot);
     if (!container) return nullptr;
     const auto databasePath = *container / databaseFileName;
-    if (!publishStoreDatabase(databasePath)) return nullptr;
+    if (!publishStoreDatabase(databasePath, whyNot)) return nullptr;
 
-    auto database = openStoreDatabase(databasePath);
-    if (!database || !configureStoreDatabase(database.get())) return nullptr;
+    auto database = openStoreDatabase(databasePath, &whyNot);
+    if (!database) return nullptr;
+    if (!configureStoreDatabase(database.get())) {
+        whyNot = storeFailure(database.get(), databasePath);
+        return nullptr;
+    }
     // The sync of the log at each commit is all a change needs, so the connection leaves the log
     // as it is when it goes away instead of copying it into the database (two more syncs, which
     // every short-lived extension process would pay). The next opener rebuilds its index from
@@ -88,6 +123,7 @@ std::shared_ptr<UserDefaults> UserDefaults::open(std::string_view suiteName)
     // order, which the system's file cache serves as well.
     if (sqlite3_exec(database.get(), "PRAGMA journal_size_limit = 4194304; PRAGMA cache_size = -512", nullptr, nullptr,
                      nullptr) != SQLITE_OK) {
+        whyNot = storeFailure(database.get(), databasePath);
         return nullptr;
     }
     auto connection = std::make_unique<StoreConnection>(database.release(), databasePath);

@@ -34,16 +34,25 @@ fexo_status fexo_set_resources_directory(const char* path)
 
 fexo_status fexo_check_configuration(char** exception_name, char** exception_reason)
 {
+    return fexo_check_configuration_for(FEXO_CHECK_EVERYTHING, exception_name, exception_reason);
+}
+
+fexo_status fexo_check_configuration_for(uint32_t parts, char** exception_name, char** exception_reason)
+{
     if (exception_name != nullptr) *exception_name = nullptr;
     if (exception_reason != nullptr) *exception_reason = nullptr;
     return guarded(nullptr, [&] {
-        const auto check = fexo::FeXOConfigurationCheck::run();
+        if ((parts & ~static_cast<uint32_t>(FEXO_CHECK_EVERYTHING)) != 0) return FEXO_ERROR_INVALID_ARGUMENT;
+        unsigned checked = 0;
+        if ((parts & FEXO_CHECK_SERVER) != 0) checked |= fexo::FeXOConfigurationCheck::server;
+        if ((parts & FEXO_CHECK_STORE) != 0) checked |= fexo::FeXOConfigurationCheck::store;
+        const auto check = fexo::FeXOConfigurationCheck::run(checked);
         if (check.isValid()) return FEXO_OK;
         // Both or neither: a caller never holds one string and loses the other.
         char* name = copyString(check.exceptionName);
         char* reason = nullptr;
         try {
-            reason = copyString(check.exceptionReason);
+            reason = copyString(check.exceptionReason + check.searchNote());
         } catch (...) {
             fexo_free_string(name);
             throw;
@@ -56,7 +65,7 @@ fexo_status fexo_check_configuration(char** exception_name, char** exception_rea
             *exception_reason = reason;
         else
             fexo_free_string(reason);
-        return FEXO_ERROR_CONFIGURATION;
+        return check.storeUnavailable ? FEXO_ERROR_STORE : FEXO_ERROR_CONFIGURATION;
     });
 }
 

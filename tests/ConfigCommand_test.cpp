@@ -1,8 +1,11 @@
 // `fexo config check`: the configuration as the library loads it, told without raising, and
 // shown so that neither the secret nor a value's control characters reach the terminal.
+#include <support/SmallFileSystem.hpp>
 #include <support/ToolSandbox.hpp>
 
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -45,6 +48,89 @@ TEST(ConfigCommand, WarnsWhenTheSecretWouldTravelInClear)
                   warned)
             << baseURL << result.standardError;
     }
+}
+
+// What would end a process later is found now, and nothing is made to find it.
+TEST(ConfigCommand, RefusesWhatWouldEndAProcessLaterAndCreatesNothing)
+{
+    fexo::test::ToolSandbox sandbox(FEXO_TOOL_PATH);
+    const auto groups = std::filesystem::path(std::getenv("FEXO_APP_GROUPS_DIR"));
+    const std::string unusable =
+        "is not a usable app group name: it is empty, \".\" or \"..\", or holds \"/\" or NUL\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {"'FEXO_BASE_URL': 'not a url'",
+         "fexo: FEXO_BASE_URL \"not a url\" does not form a URL with the path /api/Notification/GetNotificationContent\n"},
+        {"'FEXO_BASE_URL': 'file:///tmp'", "fexo: FEXO_BASE_URL \"file:///tmp\" is not an http or https URL\n"},
+        {"'APP_GROUP': '../../../tmp/escape'",
+         "fexo: APP_GROUP: the app group's store cannot be opened or made: \"../../../tmp/escape\" " + unusable},
+        {"'APP_GROUP': '..'", "fexo: APP_GROUP: the app group's store cannot be opened or made: \"..\" " + unusable},
+    };
+    for (const auto& [value, error] : cases) {
+        fexo::test::writeConfigurationWithPython(
+            sandbox.resources(),
+            "{'FEXO_BASE_URL': 'http://127.0.0.1:9', 'CLIENT_SECRET': 's', 'CLIENT_ID': 'c', 'APP_GROUP': 'g', "
+            "'BUNDLE_ID': 'b', " +
+                value + "}",
+            false);
+        const auto result = sandbox.run({"config", "check"});
+        EXPECT_EQ(result.exitCode, 1) << value;
+        EXPECT_EQ(result.standardOutput, "") << value;
+        EXPECT_EQ(result.standardError, error);
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(groups)); // the checks made no store, no folder
+
+    std::filesystem::remove(sandbox.resources() / "FeXOService-Info.plist");
+    const auto missing = sandbox.run({"--resources", "/nonexistent/folder", "config", "check"});
+    EXPECT_EQ(missing.standardError,
+              "fexo: NSGenericException:  FeXO notifications framework could not find a valid FeXOService-Info.plist "
+              "in your project. (FeXOService-Info.plist was looked for in /nonexistent/folder; set "
+              "FEXO_RESOURCES_DIR to look elsewhere)\n");
+}
+
+// A store the tool cannot open: the check says why and exits 1; a command that needs the store
+// ends with the system's reason and path first, the fixed message last.
+TEST(ConfigCommand, AStoreThatCannotBeOpenedIsFoundByTheCheckAndNamedBeforeTheFatalMessage)
+{
+    std::string whyNot;
+    const auto disk = fexo::test::SmallFileSystem::mount(1 << 20, whyNot);
+    if (!disk) GTEST_SKIP() << whyNot;
+    fexo::test::ToolSandbox sandbox(FEXO_TOOL_PATH);
+    const std::string group = sandbox.values().appGroup;
+    const auto root = disk->path() / "groups";
+    ::setenv("FEXO_APP_GROUPS_DIR", root.c_str(), 1);
+    const std::string fatal = "Fatal error: App Group Not Found " + group + "\n";
+
+    disk->remount(true); // nothing there yet, and nothing can be made
+    const auto refused = sandbox.run({"config", "check"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_EQ(refused.standardError, "fexo: APP_GROUP: the app group's store cannot be opened or made: " +
+                                         disk->path().string() + ": Read-only file system\n");
+    const auto ended = sandbox.run({"list"});
+    EXPECT_EQ(ended.signal, SIGABRT);
+    EXPECT_EQ(ended.standardError, root.string() + ": Read-only file system\n" + fatal);
+    disk->remount(false);
+
+    ASSERT_EQ(sandbox.run({"write"}, R"({"id":"1","data":{"text":"t"}})").exitCode, 0);
+    disk->remount(true); // an existing store reads on a read-only file system
+    EXPECT_EQ(sandbox.run({"config", "check"}).exitCode, 0);
+    disk->remount(false);
+
+    // Another user, who may read the configuration but not the store.
+    for (const auto& path : {sandbox.resources().parent_path(), sandbox.resources(), disk->path(), root})
+        ::chmod(path.c_str(), 0755);
+    ::chmod((sandbox.resources() / "FeXOService-Info.plist").c_str(), 0644);
+    const std::string store = (root / group / "defaults.sqlite").string();
+    const auto asNobody = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"--reuid=65534", "--regid=65534", "--clear-groups", FEXO_TOOL_PATH});
+        return fexo::test::ChildProcess::run("/usr/bin/setpriv", arguments);
+    };
+    const auto foreign = asNobody({"config", "check"});
+    EXPECT_EQ(foreign.exitCode, 1) << foreign.standardError;
+    EXPECT_EQ(foreign.standardError,
+              "fexo: APP_GROUP: the app group's store cannot be opened or made: " + store + ": Permission denied\n");
+    const auto foreignEnded = asNobody({"list"});
+    EXPECT_EQ(foreignEnded.signal, SIGABRT);
+    EXPECT_EQ(foreignEnded.standardError, store + ": Permission denied\n" + fatal);
 }
 
 } // namespace

@@ -93,12 +93,29 @@ FEXO_C_API const char* fexo_version(void);
 FEXO_C_API char* fexo_resources_directory(void);
 FEXO_C_API fexo_status fexo_set_resources_directory(const char* path);
 
-/** Loads FeXOService-Info.plist from the resources directory exactly as the library will, but
- * never ends the process, keeps nothing and changes nothing. FEXO_OK when it loads;
- * FEXO_ERROR_CONFIGURATION when the library would raise, with the exception's name and reason
- * in *exception_name and *exception_reason (strings to free). Both out-parameters may be NULL
- * and are set to NULL on FEXO_OK. Reads the file again on every call. */
+/** Loads FeXOService-Info.plist from the resources directory exactly as the library will, and
+ * checks what would end the process later (a base URL that does not form an http or https URL,
+ * an unusable app group name, a store that cannot be opened or made), but never ends the
+ * process, keeps nothing and creates or changes nothing (an existing store is opened read-only).
+ * FEXO_OK when all is well; otherwise the name and reason of the exception the library would
+ * raise in *exception_name and *exception_reason (strings to free), where the reason for a file
+ * that is missing or unreadable ends with the folder it was looked for in; for one of the later
+ * checks the name is empty and the reason is the check's own. The status is then
+ * FEXO_ERROR_STORE when what fails is the store itself, else FEXO_ERROR_CONFIGURATION. Both
+ * out-parameters may be NULL and are set to NULL on FEXO_OK. Reads the file again on every call. */
 FEXO_C_API fexo_status fexo_check_configuration(char** exception_name, char** exception_reason);
+
+/** What fexo_check_configuration_for checks beyond the file and its five keys, which it always
+ * reads: a bitwise or of these. */
+typedef enum fexo_check {
+    FEXO_CHECK_SERVER = 1,    /* the base URL: what a registration or a push's request needs */
+    FEXO_CHECK_STORE = 2,     /* the app group's name and store: what every store operation needs */
+    FEXO_CHECK_EVERYTHING = 3 /* both: what fexo_check_configuration checks */
+} fexo_check;
+
+/** fexo_check_configuration, limited to the `parts` a kind of call needs (a bitwise or of
+ * fexo_check values); FEXO_ERROR_INVALID_ARGUMENT for any other bit. */
+FEXO_C_API fexo_status fexo_check_configuration_for(uint32_t parts, char** exception_name, char** exception_reason);
 
 /** Waits until no request of the process-wide URL session is in flight (its callback has
  * returned), at most timeout_ms milliseconds. Returns 1 when the session is idle, else 0.

@@ -46,6 +46,15 @@ public:
     // name is empty, ".", "..", contains '/' or NUL, the suite's folder or files are symbolic links,
     // or the store cannot be created or opened. The root and its ancestors may be links.
     static std::shared_ptr<UserDefaults> open(std::string_view suiteName);
+    // The same; when nothing is opened, `whyNot` names the path that failed and the system's
+    // reason ("<path>: Permission denied").
+    static std::shared_ptr<UserDefaults> open(std::string_view suiteName, std::string& whyNot);
+    // Why open() would fail now, found without creating or changing anything: the same name,
+    // path and link rules; an existing store is opened read-only and read; where the suite's
+    // folder or store does not exist yet, the nearest existing folder must take new entries
+    // (which tells a read-only file system even to root). Nothing when open() would succeed, as
+    // far as can be told beforehand (a file system that fills meanwhile still makes it fail).
+    static std::optional<std::string> whyNotOpenable(std::string_view suiteName);
     // The folder that holds the suite's files, by the environment as it stands now (links in the
     // root not resolved); nothing for a name that cannot be a suite.
     static std::optional<std::filesystem::path> containerPath(std::string_view suiteName);

@@ -10,6 +10,7 @@
 import ctypes
 
 from . import _native
+from . import errors as _errors
 from ._native import lib, take_string, text
 from .errors import (ConfigurationError, DecodingError, EncodingError, FeXOError, InternalError,
                      InvalidArgumentError, StoreError, TransportError, UnavailableError)
@@ -45,15 +46,18 @@ def version():
 
 
 def check_configuration():
-    """Loads FeXOService-Info.plist as the library will; raises ConfigurationError with the name
-    and reason of the exception the library would raise. Changes nothing."""
+    """Loads FeXOService-Info.plist as the library will and checks what would later end the
+    process: raises ConfigurationError with the name and reason of the exception the library
+    would raise (name None for a check of its own: a base URL that is no http(s) URL, an unusable
+    app group name), or StoreError when the store cannot be opened or made. Creates and changes
+    nothing. Every call of the package that would otherwise end the process makes the part of
+    this check it needs first, once per process."""
     name = _native.OwnedString()
     reason = _native.OwnedString()
     status = lib.fexo_check_configuration(ctypes.byref(name), ctypes.byref(reason))
-    if status == Status.ERROR_OUT_OF_MEMORY:
-        raise MemoryError("the FeXO library ran out of memory")
+    name_text, reason_text = take_string(name.value), take_string(reason.value)
     if status != Status.OK:
-        raise ConfigurationError(take_string(name.value), take_string(reason.value))
+        raise _errors.configuration_problem(status, name_text, reason_text)
 
 
 def resources_directory():

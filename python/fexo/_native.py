@@ -53,6 +53,7 @@ def _declare(lib):
         "fexo_resources_directory": (OwnedString, []),
         "fexo_set_resources_directory": (status, [ctypes.c_char_p]),
         "fexo_check_configuration": (status, [OwnedStringP, OwnedStringP]),
+        "fexo_check_configuration_for": (status, [ctypes.c_uint32, OwnedStringP, OwnedStringP]),
         "fexo_session_wait_until_idle": (ctypes.c_int32, [ctypes.c_int64]),
         "fexo_service_new": (handle, []),
         "fexo_service_free": (None, [handle]),

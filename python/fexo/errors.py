@@ -52,11 +52,15 @@ class StoreError(FeXOError):
     status = Status.ERROR_STORE
 
 
-class ConfigurationError(Exception):
-    """The exception the library would raise for its configuration file: `name` and `reason`."""
+class ConfigurationError(FeXOError):
+    """A configuration the library would end the process over: `name` and `reason` of the exception
+    it would raise for its file (the reason of a missing file ends with the folder it was looked
+    for in), or, for a check of the package's own (a base URL that is no http(s) URL, an unusable
+    app group name), `name` None and the check's reason."""
+    status = Status.ERROR_CONFIGURATION
 
     def __init__(self, name, reason):
-        super().__init__(f"{name}: {reason}")
+        super().__init__(f"{name}: {reason}" if name else reason, code=Status.ERROR_CONFIGURATION)
         self.name = name
         self.reason = reason
 
@@ -77,6 +81,16 @@ def from_error(status, error):
                lib.fexo_error_domain(error).decode("utf-8", "replace"),
                lib.fexo_error_code(error),
                lib.fexo_error_debug_description(error).decode("utf-8", "replace"))
+
+
+def configuration_problem(status, name, reason):
+    """The exception for a failed configuration check: StoreError when the store itself cannot be
+    opened or made, else ConfigurationError (`name` None for a check of the library's own)."""
+    if status == Status.ERROR_OUT_OF_MEMORY:
+        return MemoryError("the FeXO library ran out of memory")
+    if status == Status.ERROR_STORE:
+        return StoreError(reason, "FeXOStoreErrorDomain", 2)
+    return ConfigurationError(name or None, reason)
 
 
 def check(call, *arguments):

@@ -3,7 +3,7 @@
 import ctypes
 import json
 
-from . import _callbacks, _native
+from . import _callbacks, _checks, _native
 from .errors import check
 from ._native import lib, take_string, text
 
@@ -57,6 +57,7 @@ class FeXONotificationExtensionHandler(_native.NativeHandle):
         run or never will, and the push's own alert is yours to deliver.
         """
         handle = self._live()
+        _checks.ensure(_checks.SERVER | _checks.STORE)  # the request goes out and the record is stored
         if not isinstance(user_info, str):
             user_info = json.dumps(user_info, ensure_ascii=False)
         key = _callbacks.keep(content_handler)
@@ -75,6 +76,7 @@ class FeXONotificationExtensionHandler(_native.NativeHandle):
         if timeout < 0:
             raise ValueError("the timeout must not be negative")
         handle = self._live()
+        _checks.ensure(_checks.SERVER | _checks.STORE)  # the request goes out and the record is stored
         if not isinstance(user_info, str):
             user_info = json.dumps(user_info, ensure_ascii=False)
         title = _native.OwnedString()

@@ -4,7 +4,7 @@ import ctypes
 import enum
 import json
 
-from . import _callbacks, _native
+from . import _callbacks, _checks, _native
 from .errors import check, from_error
 from .records import Record
 from .status import Status
@@ -72,9 +72,9 @@ class FeXOService(_native.NativeHandle):
 
     Creating one reads no file; the configuration is read on the first registration or store
     access. Local operations run on the calling thread and may be called from any thread.
-    Integration mistakes (a missing configuration, an app group that cannot be opened) end the
-    process, as for any host of the library: call fexo.check_configuration() first to learn of
-    them as an exception instead.
+    Integration mistakes that end a C or C++ host's process (a missing configuration, a base URL
+    that is no URL, an app group that cannot be opened) raise ConfigurationError or StoreError
+    here instead: before its first call of each kind the service checks what that kind needs.
     """
 
     closed = "the service is closed"
@@ -83,6 +83,12 @@ class FeXOService(_native.NativeHandle):
         super().__init__(lib.fexo_service_new(), lib.fexo_service_free)
         if not self._handle:
             raise MemoryError("cannot make a FeXO service")
+
+    def _ready(self, parts):
+        """The live handle, once the configuration holds what a call needing `parts` needs."""
+        handle = self._live()
+        _checks.ensure(parts)
+        return handle
 
     def register_device(self, token, device_id, imei1="", imei2="", mobile_number="",
                         provider=PushProvider.FCM):
@@ -95,7 +101,7 @@ class FeXOService(_native.NativeHandle):
         key = _callbacks.keep(future)
         error = _native.ErrorP()
         status = lib.fexo_service_register_device(
-            self._live(), text(token), text(device_id), text(imei1), text(imei2), text(mobile_number),
+            self._ready(_checks.SERVER), text(token), text(device_id), text(imei1), text(imei2), text(mobile_number),
             int(PushProvider(provider)), _registered, key, ctypes.byref(error))
         if status != Status.OK:
             _callbacks.take(key)
@@ -108,14 +114,14 @@ class FeXOService(_native.NativeHandle):
     def fetch_all(self):
         """Every stored record, in no promised order."""
         out = _native.OwnedString()
-        check(lib.fexo_service_fetch_all, self._live(), ctypes.byref(out))
+        check(lib.fexo_service_fetch_all, self._ready(_checks.STORE), ctypes.byref(out))
         return [Record.from_object(value) for value in json.loads(take_string(out.value))]
 
     def fetch(self, id):
         """The record stored under `id`, or None."""
         out = _native.OwnedString()
         error = _native.ErrorP()
-        status = lib.fexo_service_fetch(self._live(), text(id), ctypes.byref(out), ctypes.byref(error))
+        status = lib.fexo_service_fetch(self._ready(_checks.STORE), text(id), ctypes.byref(out), ctypes.byref(error))
         if status == Status.ERROR_NOT_FOUND:
             return None
         if status != Status.OK:
@@ -126,13 +132,13 @@ class FeXOService(_native.NativeHandle):
         return Record.from_json(take_string(out.value))
 
     def mark_as_read(self, id):
-        check(lib.fexo_service_mark_as_read, self._live(), text(id))
+        check(lib.fexo_service_mark_as_read, self._ready(_checks.STORE), text(id))
 
     def delete(self, id):
-        check(lib.fexo_service_delete, self._live(), text(id))
+        check(lib.fexo_service_delete, self._ready(_checks.STORE), text(id))
 
     def delete_all(self):
-        check(lib.fexo_service_delete_all, self._live())
+        check(lib.fexo_service_delete_all, self._ready(_checks.STORE))
 
     def write(self, record):
         """Stores a Record, a dict or a record's JSON text under its id."""
@@ -140,29 +146,31 @@ class FeXOService(_native.NativeHandle):
             record = record.to_json()
         elif isinstance(record, dict):
             record = json.dumps(record, separators=(",", ":"), ensure_ascii=False)
-        check(lib.fexo_service_write, self._live(), text(record))
+        check(lib.fexo_service_write, self._ready(_checks.STORE), text(record))
 
     def logout(self):
         """Deletes every stored record; the device stays registered."""
-        check(lib.fexo_service_logout, self._live())
+        check(lib.fexo_service_logout, self._ready(_checks.STORE))
 
     def page(self, limit, after=None):
         """At most `limit` records after the cursor `after` (None: from the start); a cursor this
-        library did not hand out raises DecodingError."""
+        library did not hand out raises DecodingError; a `limit` below 1 raises ValueError."""
+        if isinstance(limit, bool) or not isinstance(limit, int) or limit < 1:
+            raise ValueError(f"a page holds at least one record: limit must be an int of 1 or more, not {limit!r}")
         records = _native.OwnedString()
         cursor = _native.OwnedString()
-        check(lib.fexo_service_fetch_page, self._live(), limit, text(after) if after else None,
+        check(lib.fexo_service_fetch_page, self._ready(_checks.STORE), limit, text(after) if after else None,
               ctypes.byref(records), ctypes.byref(cursor))
         next_cursor = take_string(cursor.value)
         return Page([Record.from_object(value) for value in json.loads(take_string(records.value))], next_cursor)
 
     def unread_count(self):
         count = ctypes.c_uint64()
-        check(lib.fexo_service_unread_count, self._live(), ctypes.byref(count))
+        check(lib.fexo_service_unread_count, self._ready(_checks.STORE), ctypes.byref(count))
         return count.value
 
     def mark_all_as_read(self):
-        check(lib.fexo_service_mark_all_read, self._live())
+        check(lib.fexo_service_mark_all_read, self._ready(_checks.STORE))
 
     def observe(self, callback):
         """Calls `callback(total, unread)` after the set of records changed in any process sharing the
@@ -172,7 +180,7 @@ class FeXOService(_native.NativeHandle):
         key = _callbacks.keep(callback)
         handle = ctypes.c_void_p()
         try:
-            check(lib.fexo_service_observe, self._live(), _counted, key, ctypes.byref(handle))
+            check(lib.fexo_service_observe, self._ready(_checks.STORE), _counted, key, ctypes.byref(handle))
         except BaseException:
             _callbacks.take(key)
             raise

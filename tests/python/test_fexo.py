@@ -5,7 +5,6 @@ import os
 import pathlib
 import queue
 import re
-import signal
 
 import pytest
 
@@ -138,7 +137,8 @@ def test_an_unreachable_server_fails_registration_and_leaves_the_alert_to_the_ex
 
 @pytest.mark.parametrize("keys, name, reason", [
     (None, "NSGenericException", " FeXO notifications framework could not find a valid FeXOService-Info.plist"
-                                 " in your project."),
+                                 " in your project. (FeXOService-Info.plist was looked for in {folder};"
+                                 " set FEXO_RESOURCES_DIR to look elsewhere)"),
     ({"CLIENT_ID"}, "NSObjectNotAvailableException", "CLIENT_ID is not found in FeXOService-Info.plist"),
 ])
 def test_configuration_check_raises_what_the_library_would(server, tmp_path, keys, name, reason):
@@ -149,20 +149,56 @@ def test_configuration_check_raises_what_the_library_would(server, tmp_path, key
     try:
         with pytest.raises(fexo.ConfigurationError) as raised:
             fexo.check_configuration()
-        assert (raised.value.name, raised.value.reason) == (name, reason)
+        assert (raised.value.name, raised.value.reason) == (name, reason.format(folder=tmp_path))
     finally:
         fexo.set_resources_directory(os.environ["FEXO_RESOURCES_DIR"])
     assert fexo.check_configuration() is None
     assert fexo.resources_directory() == os.environ["FEXO_RESOURCES_DIR"]
 
 
-@pytest.mark.parametrize("broken, message", [
-    ("resources", "what():  NSGenericException:  FeXO notifications framework could not find a valid"),
-    ("app-groups", "Fatal error: App Group Not Found group.com.example.python"),
+MISTAKE = """
+import fexo, sys
+try:
+    {call}
+except {error} as e:
+    print(type(e).__name__, e.name if isinstance(e, fexo.ConfigurationError) else getattr(e, "domain", None),
+          getattr(e, "description", e))
+finally:
+    print("lives on")
+"""
+
+
+@pytest.mark.parametrize("settings, call, error, expected", [
+    ({"FEXO_RESOURCES_DIR": "/nonexistent"}, "fexo.FeXOService().fetch_all()", "fexo.ConfigurationError",
+     "ConfigurationError NSGenericException NSGenericException:  FeXO notifications framework could not find a valid "
+     "FeXOService-Info.plist in your project. (FeXOService-Info.plist was looked for in /nonexistent;"),
+    ({"FEXO_BASE_URL": "not a url"}, "fexo.FeXOService().register_device('t', 'd')", "fexo.ConfigurationError",
+     'ConfigurationError None FEXO_BASE_URL "not a url" does not form a URL'),
+    ({"FEXO_BASE_URL": "file:///tmp"}, "fexo.FeXONotificationExtensionHandler().deliver({})",
+     "fexo.ConfigurationError", 'ConfigurationError None FEXO_BASE_URL "file:///tmp" is not an http or https URL'),
+    ({"APP_GROUP": "../../escape"}, "fexo.FeXOService().unread_count()", "fexo.ConfigurationError",
+     'ConfigurationError None APP_GROUP: the app group\'s store cannot be opened or made: "../../escape" is not'),
+    ({"FEXO_APP_GROUPS_DIR": "FILE"}, "fexo.FeXOService().logout()", "fexo.StoreError",
+     "StoreError FeXOStoreErrorDomain APP_GROUP: the app group's store cannot be opened or made: "),
+    ({}, "fexo.FeXOService().page(0)", "ValueError", None),
+    ({}, "fexo.FeXOService().page(-1)", "ValueError", None),
 ])
-def test_integration_mistakes_end_the_process_as_in_cpp(server, tmp_path, broken, message):
+def test_integration_mistakes_raise_and_the_interpreter_lives_on(server, tmp_path, settings, call, error, expected):
+    """Each of these used to end the interpreter (SIGABRT) with no except or finally run."""
     (tmp_path / "file").write_text("")
-    variable = {"resources": "FEXO_RESOURCES_DIR", "app-groups": "FEXO_APP_GROUPS_DIR"}[broken]
-    child = run_python(["-c", "import fexo; fexo.FeXOService().fetch_all()"],
-                       env={variable: str(tmp_path / ("file" if broken == "app-groups" else "none"))})
-    assert child.returncode == -signal.SIGABRT and message in child.stderr, child.stderr
+    env = {key: value.replace("FILE", str(tmp_path / "file")) for key, value in settings.items()
+           if key.startswith("FEXO_")}
+    keys = {key: value for key, value in settings.items() if not key.startswith("FEXO_") or key == "FEXO_BASE_URL"}
+    if keys:
+        plist = write_configuration(tmp_path / "resources", keys.get("FEXO_BASE_URL", server.base_url))
+        if "APP_GROUP" in keys:
+            text = (plist / "FeXOService-Info.plist").read_text()
+            (plist / "FeXOService-Info.plist").write_text(
+                text.replace("group.com.example.python", keys["APP_GROUP"]))
+        env["FEXO_RESOURCES_DIR"] = str(plist)
+    child = run_python(["-c", MISTAKE.format(call=call, error=error)], env=env)
+    assert child.returncode == 0, child.stderr
+    lines = child.stdout.splitlines()
+    assert lines[-1] == "lives on", child.stdout
+    if expected is not None:
+        assert lines[0].startswith(expected), lines[0]

@@ -2,6 +2,7 @@
 
 #include <common/TerminalText.hpp>
 
+#include <FeXONotificationService/FeXOConfigurationCheck.hpp>
 #include <FeXOPlatform/Bundle.hpp>
 #include <FeXOPlatform/NSException.hpp>
 
@@ -35,7 +36,7 @@ int parseAndRun(CLI::App& app, int argc, char** argv, const int& exitCode)
         return status == 0 ? 0 : 1;
     } catch (const NSException& exception) {
         // The library raises on a missing or broken configuration: one line, not an abort.
-        reportProblem(exception.name() + ": " + exception.reason());
+        reportProblem(FeXOConfigurationCheck::raised(exception.name(), exception.reason()).problem());
         return 1;
     }
     return exitCode;

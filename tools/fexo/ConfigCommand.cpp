@@ -32,7 +32,7 @@ int checkConfiguration(const ToolOptions& options)
     options.apply();
     const FeXOConfigurationCheck check = FeXOConfigurationCheck::run();
     if (!check.isValid()) {
-        reportProblem(check.exceptionName + ": " + check.exceptionReason);
+        reportProblem(check.problem());
         return 1;
     }
     writeTerminalLine(std::cout, "FEXO_BASE_URL=" + check.baseURL);
@@ -55,8 +55,10 @@ void addConfigCommand(CLI::App& app, const ToolOptions& options, int& exitCode)
     auto* config = app.add_subcommand("config", "Inspect the service configuration");
     config->require_subcommand(1);
     auto* check = config->add_subcommand(
-        "check", "Load FeXOService-Info.plist as the library does and print its five settings; warn when the "
-                 "base URL is plain http to a host other than this machine");
+        "check", "Load FeXOService-Info.plist as the library does, check what would end a process later (a base "
+                 "URL that is no http(s) URL, an unusable app group, a store that cannot be opened or made) without "
+                 "creating anything, and print its five settings; warn when the base URL is plain http to a host "
+                 "other than this machine");
     check->callback([&options, &exitCode] { exitCode = checkConfiguration(options); });
 }
 

@@ -1,5 +1,8 @@
 #include <fexo/Commands.hpp>
 
+#include <common/TerminalText.hpp>
+
+#include <FeXONotificationService/FeXOConfigurationCheck.hpp>
 #include <FeXONotificationService/FeXOStoreMaintenance.hpp>
 #include <FeXOPlatform/NSException.hpp>
 
@@ -18,7 +21,7 @@ auto maintain(const ToolOptions& options, Call call) -> std::optional<decltype(c
     try {
         return call();
     } catch (const NSException& exception) {
-        std::cerr << "fexo: " << exception.name() << ": " << exception.reason() << std::endl;
+        reportProblem(FeXOConfigurationCheck::raised(exception.name(), exception.reason()).problem());
         return std::nullopt;
     }
 }
