@@ -1,6 +1,7 @@
 #include <FeXONotificationService/ResponseFastDecoder.hpp>
 
 #include <FeXONotificationService/ResponseAccess.hpp>
+#include <FeXOPlatform/UTF8.hpp>
 
 #include <rapidjson/reader.h>
 #include <rapidjson/stream.h>
@@ -128,17 +129,8 @@ bool plainText(std::string_view text)
             ++i;
             continue;
         }
-        const std::size_t length = c >= 0xC2 && c <= 0xDF   ? 2
-                                   : c >= 0xE0 && c <= 0xEF ? 3
-                                   : c >= 0xF0 && c <= 0xF4 ? 4
-                                                            : 0;
-        if (length == 0 || i + length > size) return false;
-        const unsigned char low = c == 0xE0 ? 0xA0 : c == 0xF0 ? 0x90 : 0x80;
-        const unsigned char high = c == 0xED ? 0x9F : c == 0xF4 ? 0x8F : 0xBF;
-        if (bytes[i + 1] < low || bytes[i + 1] > high) return false;
-        for (std::size_t k = 2; k < length; ++k) {
-            if ((bytes[i + k] & 0xC0) != 0x80) return false;
-        }
+        const std::size_t length = decodeUTF8Character(std::string_view(text.data() + i, size - i)).length;
+        if (length == 0) return false;
         i += length;
     }
     return true;

@@ -1,6 +1,7 @@
 #include <FeXOPlatform/PropertyList.hpp>
 
 #include <FeXOPlatform/PropertyListBinaryCheck.hpp>
+#include <FeXOPlatform/UTF8.hpp>
 
 #include <plist/plist.h>
 #include <pthread.h>
@@ -34,45 +35,6 @@ using CString = std::unique_ptr<char, FreeDeleter>;
 // Deeply nested input is refused rather than walked recursively without bound.
 constexpr int maximumDepth = 512;
 
-// Text in a property list is Unicode: bytes that are not well-formed UTF-8 (overlong forms,
-// surrogates and values past U+10FFFF included) are refused. U+0000 is text like any other.
-bool isText(std::string_view text)
-{
-    for (std::size_t i = 0; i < text.size();) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte < 0x80) {
-            ++i;
-            continue;
-        }
-        std::size_t length = 0;
-        std::uint32_t codePoint = 0;
-        if (byte >= 0xC2 && byte <= 0xDF) {
-            length = 2;
-            codePoint = byte & 0x1Fu;
-        } else if (byte >= 0xE0 && byte <= 0xEF) {
-            length = 3;
-            codePoint = byte & 0x0Fu;
-        } else if (byte >= 0xF0 && byte <= 0xF4) {
-            length = 4;
-            codePoint = byte & 0x07u;
-        } else {
-            return false;
-        }
-        if (text.size() - i < length) return false;
-        for (std::size_t k = 1; k < length; ++k) {
-            const auto next = static_cast<unsigned char>(text[i + k]);
-            if ((next & 0xC0) != 0x80) return false;
-            codePoint = (codePoint << 6) | (next & 0x3Fu);
-        }
-        if ((length == 3 && codePoint < 0x800) || (length == 4 && codePoint < 0x10000) || codePoint > 0x10FFFF ||
-            (codePoint >= 0xD800 && codePoint <= 0xDFFF)) {
-            return false;
-        }
-        i += length;
-    }
-    return true;
-}
-
 // libplist holds a date as whole seconds in 32 bits, cut toward zero, and microseconds of the
 // same sign; dates outside that range are kept at its ends, and a date that is not a number at
 // the reference date.
@@ -92,7 +54,7 @@ std::optional<PropertyListValue> fromNode(plist_t node, int depth)
         uint64_t length = 0;
         const char* raw = plist_get_string_ptr(node, &length);
         std::string text(raw ? raw : "", raw ? length : 0);
-        if (!isText(text)) return std::nullopt;
+        if (!isValidUTF8(text)) return std::nullopt; // text in a property list is Unicode
         return PropertyListValue(std::move(text));
     }
     case PLIST_UINT: {
@@ -149,7 +111,7 @@ std::optional<PropertyListValue> fromNode(plist_t node, int depth)
             plist_dict_next_item(node, iterator, &rawKey, &item);
             CString key(rawKey);
             if (!key || !item) break;
-            if (!isText(key.get())) return std::nullopt;
+            if (!isValidUTF8(key.get())) return std::nullopt;
             auto value = fromNode(item, depth + 1);
             if (!value) return std::nullopt;
             dictionary.insert_or_assign(std::string(key.get()), std::move(*value));
