@@ -1,21 +1,18 @@
 #include <FeXOPlatform/PropertyList.hpp>
 
 #include <FeXOPlatform/PropertyListBinaryCheck.hpp>
+#include <FeXOPlatform/PropertyListStack.hpp>
 #include <FeXOPlatform/UTF8.hpp>
 
 #include <plist/plist.h>
-#include <pthread.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <exception>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <memory>
-#include <new>
 #include <string_view>
 
 namespace fexo {
@@ -171,65 +168,6 @@ PlistPtr toNode(const PropertyListValue& value)
     return nullptr;
 }
 
-// Containers nested this deep or less are read on the caller's stack: a few kilobytes of it.
-constexpr std::size_t inlineDepth = 64;
-
-// An upper bound on how deep the containers of `bytes` can nest. A binary list (already checked)
-// holds no more levels than objects, which its trailer counts; in a text form every container
-// opens with one of "<[{(".
-std::size_t nestingBound(std::string_view bytes, bool binary)
-{
-    if (!binary) {
-        return static_cast<std::size_t>(std::count_if(
-            bytes.begin(), bytes.end(), [](char c) { return c == '<' || c == '[' || c == '{' || c == '('; }));
-    }
-    constexpr std::size_t trailerSize = 32;
-    if (bytes.size() < trailerSize) return bytes.size();
-    std::uint64_t objects = 0;
-    for (std::size_t i = 0; i < 8; ++i) {
-        objects = (objects << 8) | static_cast<unsigned char>(bytes[bytes.size() - trailerSize + 8 + i]);
-    }
-    return static_cast<std::size_t>(std::min<std::uint64_t>(objects, bytes.size()));
-}
-
-// libplist reads and frees nested containers recursively, about a hundred bytes of stack per
-// level, and a level can take as little as a few bytes of input. So unless the nesting is known
-// to be shallow, the work runs on a thread whose stack is sized from the input: reserved address
-// space, of which only what the nesting actually uses is ever touched. Starting that thread
-// costs more than reading a small file such as the service's configuration, hence the inline
-// case.
-// An exception thrown by the work (only std::bad_alloc can be) is rethrown to the caller.
-template <class Work>
-void onLargeStack(std::size_t inputSize, std::size_t nesting, Work& work)
-{
-    if (nesting <= inlineDepth) {
-        work();
-        return;
-    }
-    struct Task {
-        Work& work;
-        std::exception_ptr error;
-    } task{work, nullptr};
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, (std::size_t{1} << 20) + 128 * inputSize);
-    pthread_t thread;
-    const auto run = [](void* argument) -> void* {
-        auto& task = *static_cast<Task*>(argument);
-        try {
-            task.work();
-        } catch (...) {
-            task.error = std::current_exception();
-        }
-        return nullptr;
-    };
-    const bool started = pthread_create(&thread, &attributes, run, &task) == 0;
-    pthread_attr_destroy(&attributes);
-    if (!started) throw std::bad_alloc();
-    pthread_join(thread, nullptr);
-    if (task.error) std::rethrow_exception(task.error);
-}
-
 } // namespace
 
 std::optional<PropertyListValue> PropertyList::parse(std::string_view bytes)
@@ -248,7 +186,13 @@ std::optional<PropertyListValue> PropertyList::parse(std::string_view bytes)
         PlistPtr root(raw);
         if (root) value = fromNode(root.get(), 0);
     };
-    onLargeStack(bytes.size(), nestingBound(bytes, binary.has_value()), work);
+    // A thread costs more to start than reading a small file such as the service's configuration,
+    // hence the caller's stack whenever it is enough.
+    if (const std::size_t stackSize = propertyListStackSize(bytes, binary.has_value()); stackSize == 0) {
+        work();
+    } else {
+        runOnThreadWithStack(stackSize, work);
+    }
     return value;
 }
 
