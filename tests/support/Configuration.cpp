@@ -1,9 +1,10 @@
 #include <support/ChildProcess.hpp>
 #include <support/Configuration.hpp>
 
+#include <common/ConfigurationFile.hpp>
+
 #include <FeXONotificationService/ServiceConfiguration.hpp>
 #include <FeXOPlatform/Bundle.hpp>
-#include <FeXOPlatform/PropertyList.hpp>
 
 #include <stdexcept>
 
@@ -11,12 +12,11 @@ namespace fexo::test {
 
 void installConfiguration(const std::filesystem::path& directory, const ConfigurationValues& values)
 {
-    const PropertyListValue dictionary(PropertyListValue::Dictionary{{"FEXO_BASE_URL", values.baseURL},
-                                                                     {"CLIENT_SECRET", values.clientSecret},
-                                                                     {"CLIENT_ID", values.clientId},
-                                                                     {"APP_GROUP", values.appGroup},
-                                                                     {"BUNDLE_ID", values.bundleId}});
-    if (!PropertyList::writeFile(dictionary, directory / "FeXOService-Info.plist", PropertyList::Format::xml))
+    if (!tool::writeConfigurationFile(directory, {.baseURL = values.baseURL,
+                                                  .clientSecret = values.clientSecret,
+                                                  .clientId = values.clientId,
+                                                  .appGroup = values.appGroup,
+                                                  .bundleId = values.bundleId}))
         throw std::runtime_error("cannot write the configuration file");
     Bundle::main().setResourcesDirectory(directory);
     resetSharedConfigurationForTesting();
