@@ -24,10 +24,12 @@ void installConfiguration(const std::filesystem::path& directory, const Configur
 
 void writeConfigurationWithPython(const std::filesystem::path& directory, const std::string& dictionary, bool binary)
 {
-    const std::string script = "import plistlib,sys\nplistlib.dump(" + dictionary +
-                               ", open(sys.argv[1], 'wb'), fmt=plistlib." + (binary ? "FMT_BINARY" : "FMT_XML") + ")\n";
+    const std::string script = "import sys\nsys.path.insert(0, sys.argv[2])\n"
+                               "from configuration_file import write_configuration_file\n"
+                               "write_configuration_file(sys.argv[1], " +
+                               dictionary + ", binary=" + (binary ? "True" : "False") + ")\n";
     const auto result =
-        ChildProcess::run("/usr/bin/python3", {"-c", script, (directory / "FeXOService-Info.plist").string()});
+        ChildProcess::run("/usr/bin/python3", {"-c", script, directory.string(), FEXO_TEST_SUPPORT_SOURCE_DIR});
     if (result.exitCode != 0)
         throw std::runtime_error("python3 could not write the configuration: " + result.standardError);
 }
