@@ -1,20 +1,18 @@
 #include <FeXOPlatform/PropertyList.hpp>
 
 #include <FeXOPlatform/PropertyListBinaryCheck.hpp>
+#include <FeXOPlatform/PropertyListStack.hpp>
+#include <FeXOPlatform/UTF8.hpp>
 
 #include <plist/plist.h>
-#include <pthread.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <exception>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <memory>
-#include <new>
 #include <string_view>
 
 namespace fexo {
@@ -33,45 +31,6 @@ using CString = std::unique_ptr<char, FreeDeleter>;
 
 // Deeply nested input is refused rather than walked recursively without bound.
 constexpr int maximumDepth = 512;
-
-// Text in a property list is Unicode: bytes that are not well-formed UTF-8 (overlong forms,
-// surrogates and values past U+10FFFF included) are refused. U+0000 is text like any other.
-bool isText(std::string_view text)
-{
-    for (std::size_t i = 0; i < text.size();) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte < 0x80) {
-            ++i;
-            continue;
-        }
-        std::size_t length = 0;
-        std::uint32_t codePoint = 0;
-        if (byte >= 0xC2 && byte <= 0xDF) {
-            length = 2;
-            codePoint = byte & 0x1Fu;
-        } else if (byte >= 0xE0 && byte <= 0xEF) {
-            length = 3;
-            codePoint = byte & 0x0Fu;
-        } else if (byte >= 0xF0 && byte <= 0xF4) {
-            length = 4;
-            codePoint = byte & 0x07u;
-        } else {
-            return false;
-        }
-        if (text.size() - i < length) return false;
-        for (std::size_t k = 1; k < length; ++k) {
-            const auto next = static_cast<unsigned char>(text[i + k]);
-            if ((next & 0xC0) != 0x80) return false;
-            codePoint = (codePoint << 6) | (next & 0x3Fu);
-        }
-        if ((length == 3 && codePoint < 0x800) || (length == 4 && codePoint < 0x10000) || codePoint > 0x10FFFF ||
-            (codePoint >= 0xD800 && codePoint <= 0xDFFF)) {
-            return false;
-        }
-        i += length;
-    }
-    return true;
-}
 
 // libplist holds a date as whole seconds in 32 bits, cut toward zero, and microseconds of the
 // same sign; dates outside that range are kept at its ends, and a date that is not a number at
@@ -92,7 +51,7 @@ std::optional<PropertyListValue> fromNode(plist_t node, int depth)
         uint64_t length = 0;
         const char* raw = plist_get_string_ptr(node, &length);
         std::string text(raw ? raw : "", raw ? length : 0);
-        if (!isText(text)) return std::nullopt;
+        if (!isValidUTF8(text)) return std::nullopt; // text in a property list is Unicode
         return PropertyListValue(std::move(text));
     }
     case PLIST_UINT: {
@@ -149,7 +108,7 @@ std::optional<PropertyListValue> fromNode(plist_t node, int depth)
             plist_dict_next_item(node, iterator, &rawKey, &item);
             CString key(rawKey);
             if (!key || !item) break;
-            if (!isText(key.get())) return std::nullopt;
+            if (!isValidUTF8(key.get())) return std::nullopt;
             auto value = fromNode(item, depth + 1);
             if (!value) return std::nullopt;
             dictionary.insert_or_assign(std::string(key.get()), std::move(*value));
@@ -209,65 +168,6 @@ PlistPtr toNode(const PropertyListValue& value)
     return nullptr;
 }
 
-// Containers nested this deep or less are read on the caller's stack: a few kilobytes of it.
-constexpr std::size_t inlineDepth = 64;
-
-// An upper bound on how deep the containers of `bytes` can nest. A binary list (already checked)
-// holds no more levels than objects, which its trailer counts; in a text form every container
-// opens with one of "<[{(".
-std::size_t nestingBound(std::string_view bytes, bool binary)
-{
-    if (!binary) {
-        return static_cast<std::size_t>(std::count_if(
-            bytes.begin(), bytes.end(), [](char c) { return c == '<' || c == '[' || c == '{' || c == '('; }));
-    }
-    constexpr std::size_t trailerSize = 32;
-    if (bytes.size() < trailerSize) return bytes.size();
-    std::uint64_t objects = 0;
-    for (std::size_t i = 0; i < 8; ++i) {
-        objects = (objects << 8) | static_cast<unsigned char>(bytes[bytes.size() - trailerSize + 8 + i]);
-    }
-    return static_cast<std::size_t>(std::min<std::uint64_t>(objects, bytes.size()));
-}
-
-// libplist reads and frees nested containers recursively, about a hundred bytes of stack per
-// level, and a level can take as little as a few bytes of input. So unless the nesting is known
-// to be shallow, the work runs on a thread whose stack is sized from the input: reserved address
-// space, of which only what the nesting actually uses is ever touched. Starting that thread
-// costs more than reading a small file such as the service's configuration, hence the inline
-// case.
-// An exception thrown by the work (only std::bad_alloc can be) is rethrown to the caller.
-template <class Work>
-void onLargeStack(std::size_t inputSize, std::size_t nesting, Work& work)
-{
-    if (nesting <= inlineDepth) {
-        work();
-        return;
-    }
-    struct Task {
-        Work& work;
-        std::exception_ptr error;
-    } task{work, nullptr};
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, (std::size_t{1} << 20) + 128 * inputSize);
-    pthread_t thread;
-    const auto run = [](void* argument) -> void* {
-        auto& task = *static_cast<Task*>(argument);
-        try {
-            task.work();
-        } catch (...) {
-            task.error = std::current_exception();
-        }
-        return nullptr;
-    };
-    const bool started = pthread_create(&thread, &attributes, run, &task) == 0;
-    pthread_attr_destroy(&attributes);
-    if (!started) throw std::bad_alloc();
-    pthread_join(thread, nullptr);
-    if (task.error) std::rethrow_exception(task.error);
-}
-
 } // namespace
 
 std::optional<PropertyListValue> PropertyList::parse(std::string_view bytes)
@@ -286,7 +186,13 @@ std::optional<PropertyListValue> PropertyList::parse(std::string_view bytes)
         PlistPtr root(raw);
         if (root) value = fromNode(root.get(), 0);
     };
-    onLargeStack(bytes.size(), nestingBound(bytes, binary.has_value()), work);
+    // A thread costs more to start than reading a small file such as the service's configuration,
+    // hence the caller's stack whenever it is enough.
+    if (const std::size_t stackSize = propertyListStackSize(bytes, binary.has_value()); stackSize == 0) {
+        work();
+    } else {
+        runOnThreadWithStack(stackSize, work);
+    }
     return value;
 }
 

@@ -94,7 +94,7 @@ int main(int argc, char** argv)
     const std::string agent = argv[1], fexo = argv[2];
     fexo::bench::TemporaryDirectory directory;
     const auto& dir = directory.path();
-    fexo::bench::LoopbackServer server;
+    fexo::bench::BenchServer server;
     fexo::bench::installConfiguration(dir / "resources", dir / "groups", server.baseURL());
     ::setenv("FEXO_RESOURCES_DIR", (dir / "resources").c_str(), 1);
     ::setenv("FEXO_APP_GROUPS_DIR", (dir / "groups").c_str(), 1);

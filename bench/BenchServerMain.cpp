@@ -13,7 +13,7 @@ int main()
     sigaddset(&stop, SIGINT);
     sigaddset(&stop, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stop, nullptr); // inherited by the server's threads
-    fexo::bench::LoopbackServer server;
+    fexo::bench::BenchServer server;
     std::cout << server.baseURL() << std::endl;
     int signal = 0;
     sigwait(&stop, &signal);

@@ -1,8 +1,6 @@
 #include "BenchSupport.hpp"
 
-#include <FeXONotificationService/ServiceConfiguration.hpp>
-#include <FeXOPlatform/Bundle.hpp>
-#include <FeXOPlatform/PropertyList.hpp>
+#include <support/Configuration.hpp>
 
 #include <httplib.h>
 
@@ -45,67 +43,41 @@ const std::string answerContentType = "application/json; charset=utf-8";
 
 } // namespace
 
-LoopbackServer::LoopbackServer() : server_(std::make_unique<httplib::Server>())
+BenchServer::BenchServer() : server_({.workers = 64, .recordRequests = false})
 {
-    server_->set_tcp_nodelay(true);
-    server_->set_keep_alive_max_count(1000000);
-    server_->new_task_queue = [] { return new httplib::ThreadPool(64); };
-    server_->Post(contentPath, [this](const httplib::Request& request, httplib::Response& response) {
+    server_.setHandler([this](const httplib::Request& request, httplib::Response& response) {
+        const std::string* answer = request.method != "POST"           ? nullptr
+                                    : request.path == contentPath      ? &contentAnswerBody
+                                    : request.path == registrationPath ? &registrationAnswerBody
+                                                                       : nullptr;
+        if (answer == nullptr) {
+            response.status = 404;
+            return;
+        }
         ++served_;
         {
             std::lock_guard lock(mutex_);
-            lastBodies_[contentPath] = request.body;
+            lastBodies_[request.path] = request.body;
         }
-        response.set_content(contentAnswerBody, answerContentType);
+        response.set_content(*answer, answerContentType);
     });
-    server_->Post(registrationPath, [this](const httplib::Request& request, httplib::Response& response) {
-        ++served_;
-        {
-            std::lock_guard lock(mutex_);
-            lastBodies_[registrationPath] = request.body;
-        }
-        response.set_content(registrationAnswerBody, answerContentType);
-    });
-    port_ = server_->bind_to_any_port("127.0.0.1");
-    if (port_ <= 0) throw std::runtime_error("cannot bind a loopback port");
-    thread_ = std::thread([this] { server_->listen_after_bind(); });
-    while (!server_->is_running()) std::this_thread::yield();
 }
 
-LoopbackServer::~LoopbackServer()
-{
-    server_->stop();
-    thread_.join();
-}
-
-std::string LoopbackServer::lastBody(const std::string& path) const
+std::string BenchServer::lastBody(const std::string& path) const
 {
     std::lock_guard lock(mutex_);
     const auto found = lastBodies_.find(path);
     return found == lastBodies_.end() ? std::string() : found->second;
 }
 
-std::string LoopbackServer::baseURL() const
-{
-    return "http://127.0.0.1:" + std::to_string(port_);
-}
-
 void installConfiguration(const std::filesystem::path& resources, const std::filesystem::path& appGroups,
                           const std::string& baseURL)
 {
-    std::filesystem::create_directories(resources);
-    const PropertyListValue configuration(PropertyListValue::Dictionary{
-        {"FEXO_BASE_URL", baseURL},
-        {"CLIENT_SECRET", clientSecret},
-        {"CLIENT_ID", clientId},
-        {"APP_GROUP", std::string(appGroup)},
-        {"BUNDLE_ID", "com.example.host"},
-    });
-    if (!PropertyList::writeFile(configuration, resources / "FeXOService-Info.plist", PropertyList::Format::xml)) {
-        throw std::runtime_error("cannot write the configuration file");
-    }
-    Bundle::main().setResourcesDirectory(resources);
-    resetSharedConfigurationForTesting();
+    test::installConfiguration(resources, {.baseURL = baseURL,
+                                           .clientSecret = clientSecret,
+                                           .clientId = clientId,
+                                           .appGroup = appGroup,
+                                           .bundleId = "com.example.host"});
     ::setenv("FEXO_APP_GROUPS_DIR", appGroups.c_str(), 1);
 }
 

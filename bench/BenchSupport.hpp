@@ -1,9 +1,10 @@
 #pragma once
 
-// Shared pieces of the benchmarks: the loopback server that the project and its baselines
-// talk to, the configuration and app-group directory of the process, the data every figure
-// uses, and the reporter that prints each figure against its baseline.
+// Shared pieces of the benchmarks: the server that the project and its baselines talk to, the
+// configuration and app-group directory of the process, the data every figure uses, and the
+// reporter that prints each figure against its baseline.
 
+#include <support/LoopbackServer.hpp>
 #include <support/TemporaryDirectory.hpp>
 
 #include <benchmark/benchmark.h>
@@ -12,16 +13,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
-
-namespace httplib {
-class Server;
-} // namespace httplib
 
 namespace fexo::bench {
 
@@ -36,40 +31,34 @@ extern const std::string clientSecret;
 extern const std::string contentPath;
 extern const std::string registrationPath;
 
-// An HTTP server on 127.0.0.1 at an ephemeral port: no delayed-ACK stalls (TCP_NODELAY),
-// keep-alive connections never dropped for their request count, and enough workers that
-// idle keep-alive connections of earlier clients never starve new ones. Every POST to the
-// content path gets contentAnswerBody, to the registration path registrationAnswerBody.
-class LoopbackServer {
+// The FeXO server as every benchmark meets it, on the tests' loopback server: every POST to the
+// content path gets contentAnswerBody, to the registration path registrationAnswerBody, anything
+// else 404. Enough workers that idle keep-alive connections of earlier clients never starve new
+// ones, and no request kept beyond the latest body of each path, so that memory stays flat.
+class BenchServer {
 public:
-    LoopbackServer();
-    ~LoopbackServer();
-    LoopbackServer(const LoopbackServer&) = delete;
-    LoopbackServer& operator=(const LoopbackServer&) = delete;
+    BenchServer();
 
-    int port() const { return port_; }
-    std::string baseURL() const;
+    std::string baseURL() const { return server_.baseURL(); }
     std::uint64_t requestsServed() const { return served_.load(); }
     // The body of the latest request to `path`, so that a baseline sends exactly what the
     // project sent.
     std::string lastBody(const std::string& path) const;
 
 private:
-    std::unique_ptr<httplib::Server> server_;
-    std::thread thread_;
-    int port_ = 0;
     std::atomic<std::uint64_t> served_{0};
     mutable std::mutex mutex_;
     std::map<std::string, std::string> lastBodies_;
+    test::LoopbackServer server_; // last: stopped before the members its handler uses go
 };
 
 using fexo::test::TemporaryDirectory;
 
 constexpr const char* appGroup = "group.bench.fexo";
 
-// Writes the configuration file naming `baseURL` into `resources`, points the bundle at it,
-// forgets any configuration loaded before, and makes `appGroups` the root of the app-group
-// stores. Stores opened afterwards live there.
+// Writes the configuration file naming `baseURL` into `resources` (the benchmarks' credentials
+// and app group), points the bundle at it, forgets any configuration loaded before, and makes
+// `appGroups` the root of the app-group stores. Stores opened afterwards live there.
 void installConfiguration(const std::filesystem::path& resources, const std::filesystem::path& appGroups,
                           const std::string& baseURL);
 

@@ -24,7 +24,7 @@ int main(int argc, char** argv)
         return 2;
     }
     TemporaryDirectory directory;
-    LoopbackServer server;
+    BenchServer server;
     installConfiguration(directory.path() / "resources", directory.path() / "app-groups", server.baseURL());
 
     const FeXONotificationExtensionHandler handler;

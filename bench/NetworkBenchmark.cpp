@@ -38,7 +38,7 @@ int pushRepetitions = 10; // --push-repetitions=N (for profiling runs)
 constexpr int pushesPerRepetition = 200;
 constexpr int registrations = 1000;
 
-LoopbackServer* server = nullptr;
+BenchServer* server = nullptr;
 std::uint64_t registrationConnections = 0; // opened by the session during the registration rounds
 std::filesystem::path workDirectory;
 
@@ -321,7 +321,7 @@ int main(int argc, char** argv)
     curl_global_init(CURL_GLOBAL_DEFAULT);
     TemporaryDirectory directory;
     workDirectory = directory.path();
-    LoopbackServer loopback;
+    BenchServer loopback;
     server = &loopback;
     installConfiguration(directory.path() / "resources", directory.path() / "app-groups", loopback.baseURL());
 

@@ -92,7 +92,7 @@ int main(int argc, char** argv)
     if (argc == 3 && std::strcmp(argv[1], "--cpp") == 0) return cppRoad(std::atoi(argv[2]));
 
     TemporaryDirectory directory;
-    LoopbackServer loopback;
+    BenchServer loopback;
     const auto resources = directory.path() / "resources";
     const auto appGroups = directory.path() / "app-groups";
     installConfiguration(resources, appGroups, loopback.baseURL());

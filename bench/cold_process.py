@@ -10,12 +10,14 @@ least that any extension process storing the push has to do."""
 
 import argparse
 import os
-import plistlib
 import re
 import subprocess
 import sys
 import tempfile
 import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "support"))
+from configuration_file import write_configuration_file  # noqa: E402
 
 CLIENT_ID = "bench-client-id"
 CLIENT_SECRET = "bench-client-secret-0123"
@@ -49,11 +51,9 @@ def fexo_command(fexo_program, work, app_groups):
 def prepare(work, base_url, fexo_program):
     """Writes the configuration, the push and the body into `work`; returns the fexo and curl
     command lines of one run each."""
-    resources = os.path.join(work, "resources")
-    os.makedirs(resources)
-    with open(os.path.join(resources, "FeXOService-Info.plist"), "wb") as out:
-        plistlib.dump({"FEXO_BASE_URL": base_url, "CLIENT_SECRET": CLIENT_SECRET, "CLIENT_ID": CLIENT_ID,
-                       "APP_GROUP": "group.bench.fexo", "BUNDLE_ID": "com.example.host"}, out)
+    write_configuration_file(os.path.join(work, "resources"), {
+        "FEXO_BASE_URL": base_url, "CLIENT_SECRET": CLIENT_SECRET, "CLIENT_ID": CLIENT_ID,
+        "APP_GROUP": "group.bench.fexo", "BUNDLE_ID": "com.example.host"})
     push = os.path.join(work, "push.json")
     with open(push, "w") as out:
         out.write(PUSH)

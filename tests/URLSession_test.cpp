@@ -211,7 +211,7 @@ TEST(URLSessionTLSTest, PeersAreVerifiedAgainstTheTrustedAuthoritiesAndTheHostNa
               0);
     LoopbackServer plain;
     const LoopbackServer::TLS tls{certificate, key};
-    LoopbackServer secure(&tls);
+    LoopbackServer secure({.tls = &tls});
     secure.setHandler(
         [to = plain.baseURL() + "/downgraded"](const httplib::Request& request, httplib::Response& response) {
             response.status = request.path == "/down" ? 302 : 200;

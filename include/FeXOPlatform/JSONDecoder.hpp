@@ -4,7 +4,6 @@
 #include <FeXOPlatform/Export.hpp>
 #include <FeXOPlatform/JSONCoding.hpp>
 
-#include <concepts>
 #include <string_view>
 
 namespace fexo {
@@ -14,23 +13,26 @@ namespace fexo {
 // Throws DecodingError, and nothing else, on any malformed input. Stateless; use a new one
 // per decode or share one across threads.
 //
-// A record type may offer `bool fastDecode(std::string_view, T&)`, found by argument-dependent
-// lookup: a quicker reader for the common case that either yields exactly the value the full
-// decoder would, or declines (false) and leaves the text to the full decoder, whose value or
-// error is then the result. It never decides a failure itself.
+// A record type's header may declare an explicit specialization of decode for it, compiled in
+// the library, with a quicker reader of the common case in front of the full decoder; the value
+// or the error is still exactly the full decoder's.
 class JSONDecoder {
 public:
     template <class T>
     T decode(std::string_view data) const
     {
-        if constexpr (requires(T & candidate) {
-                          {
-                              fastDecode(data, candidate)
-                              } -> std::same_as<bool>;
-                      }) {
-            T value{};
-            if (fastDecode(data, value)) return value;
-        }
+        return fullyDecoded<T>(data);
+    }
+
+    // The JSON text as a value tree; DecodingError (dataCorrupted) when it is not valid JSON,
+    // including text that is not valid UTF-8 and numbers too large for a double.
+    FEXO_EXPORT static coding::Json parse(std::string_view data);
+
+private:
+    // The full decoder: the value tree, then the record's own mapping.
+    template <class T>
+    static T fullyDecoded(std::string_view data)
+    {
         const coding::Json root = parse(data);
         T value{};
         try {
@@ -42,10 +44,6 @@ public:
         }
         return value;
     }
-
-    // The JSON text as a value tree; DecodingError (dataCorrupted) when it is not valid JSON,
-    // including text that is not valid UTF-8 and numbers too large for a double.
-    FEXO_EXPORT static coding::Json parse(std::string_view data);
 };
 
 } // namespace fexo

@@ -2,30 +2,28 @@
 its configuration once per process, so each test that needs another one runs a child process."""
 
 import os
+import pathlib
 import subprocess
 import sys
 import urllib.request
 
 import pytest
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+from configuration_file import write_configuration_file  # noqa: E402
+
 CLIENT_ID = "python-client"
 CLIENT_SECRET = "python-client-secret-0001"
-PLIST = """<?xml version="1.0" encoding="UTF-8"?>
-<plist version="1.0"><dict>
-<key>APP_GROUP</key><string>group.com.example.python</string>
-<key>BUNDLE_ID</key><string>com.example.python</string>
-<key>CLIENT_ID</key><string>{client_id}</string>
-<key>CLIENT_SECRET</key><string>{client_secret}</string>
-<key>FEXO_BASE_URL</key><string>{base_url}</string>
-</dict></plist>
-"""
+
+
+def configuration(base_url):
+    """The five settings of the tests' configuration file."""
+    return {"APP_GROUP": "group.com.example.python", "BUNDLE_ID": "com.example.python", "CLIENT_ID": CLIENT_ID,
+            "CLIENT_SECRET": CLIENT_SECRET, "FEXO_BASE_URL": base_url}
 
 
 def write_configuration(directory, base_url):
-    directory.mkdir(parents=True, exist_ok=True)
-    (directory / "FeXOService-Info.plist").write_text(
-        PLIST.format(client_id=CLIENT_ID, client_secret=CLIENT_SECRET, base_url=base_url))
-    return directory
+    return write_configuration_file(directory, configuration(base_url))
 
 
 class Server:

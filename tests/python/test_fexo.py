@@ -9,7 +9,7 @@ import re
 import pytest
 
 import fexo
-from conftest import run_python, write_configuration
+from conftest import configuration, run_python, write_configuration, write_configuration_file
 
 EXTENSION = str(pathlib.Path(os.environ["FEXO_SOURCE_DIR"]) / "examples" / "python" / "extension.py")
 UNREACHABLE = "http://127.0.0.1:9"
@@ -143,8 +143,10 @@ def test_an_unreachable_server_fails_registration_and_leaves_the_alert_to_the_ex
 ])
 def test_configuration_check_raises_what_the_library_would(server, tmp_path, keys, name, reason):
     if keys is not None:
-        plist = write_configuration(tmp_path, UNREACHABLE) / "FeXOService-Info.plist"
-        plist.write_text(plist.read_text().replace("<key>CLIENT_ID</key>", "<key>OTHER</key>"))
+        settings = configuration(UNREACHABLE)
+        for key in keys:
+            settings["OTHER"] = settings.pop(key)
+        write_configuration_file(tmp_path, settings)
     fexo.set_resources_directory(tmp_path)
     try:
         with pytest.raises(fexo.ConfigurationError) as raised:

@@ -19,9 +19,10 @@ struct ConfigurationValues {
 // Callers that change one value name it: installConfiguration(directory, {.baseURL = url}).
 void installConfiguration(const std::filesystem::path& directory, const ConfigurationValues& values = {});
 
-// Writes "FeXOService-Info.plist" into `directory` with Python's plistlib, so that the reader
-// is tested against files it did not write itself; `dictionary` is a Python expression. Throws
-// std::runtime_error when Python fails. Points nothing at the file.
+// Writes "FeXOService-Info.plist" into `directory` with the Python writer (configuration_file.py
+// beside this file, on plistlib), so that the reader is tested against files it did not write
+// itself; `dictionary` is a Python expression. Throws std::runtime_error when Python fails.
+// Points nothing at the file.
 void writeConfigurationWithPython(const std::filesystem::path& directory, const std::string& dictionary, bool binary);
 
 } // namespace fexo::test

@@ -8,20 +8,28 @@
 
 namespace fexo::test {
 
-LoopbackServer::LoopbackServer(const TLS* tls)
-    : server_(tls ? std::make_unique<httplib::SSLServer>(tls->certificateFile.c_str(), tls->privateKeyFile.c_str())
-                  : std::make_unique<httplib::Server>()),
-      tls_(tls != nullptr)
+LoopbackServer::LoopbackServer() : LoopbackServer(Options{})
+{
+}
+
+LoopbackServer::LoopbackServer(const Options& options)
+    : server_(options.tls ? std::make_unique<httplib::SSLServer>(options.tls->certificateFile.c_str(),
+                                                                 options.tls->privateKeyFile.c_str())
+                          : std::make_unique<httplib::Server>()),
+      tls_(options.tls != nullptr), recordRequests_(options.recordRequests)
 {
     if (!server_->is_valid()) throw std::runtime_error("TLS server could not load its certificate or key");
     server_->set_tcp_nodelay(true);
-    server_->set_keep_alive_max_count(100000);
+    server_->set_keep_alive_max_count(1000000);
+    if (options.workers != 0) {
+        server_->new_task_queue = [workers = options.workers] { return new httplib::ThreadPool(workers); };
+    }
     auto route = [this](const httplib::Request& request, httplib::Response& response) {
         Handler handler;
         bool close = false;
         {
             std::lock_guard lock(mutex_);
-            requests_.push_back(request);
+            if (recordRequests_) requests_.push_back(request);
             handler = handler_;
             close = closeConnections_;
         }

@@ -1,31 +1,13 @@
 #include <common/TerminalText.hpp>
 
-#include <cstdint>
+#include <FeXOPlatform/UTF8.hpp>
+
 #include <cstdio>
 #include <iostream>
 
 namespace fexo::tool {
 
 namespace {
-
-// The code point that starts `text`, with its length in bytes; length 0 when the first byte
-// does not begin a valid sequence (stray continuation, overlong form, surrogate, beyond U+10FFFF).
-std::pair<char32_t, std::size_t> decodeFirst(std::string_view text)
-{
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char lead = byte(0);
-    if (lead < 0x80) return {lead, 1};
-    std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 0;
-    if (length == 0 || lead > 0xF4 || text.size() < length) return {0, 0};
-    char32_t point = lead & (0x7F >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0) != 0x80) return {0, 0};
-        point = (point << 6) | (byte(i) & 0x3F);
-    }
-    static constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (point < smallest[length] || point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF)) return {0, 0};
-    return {point, length};
-}
 
 bool isShownEscaped(char32_t point)
 {
@@ -40,7 +22,7 @@ void forEachShownCharacter(std::string_view text, Unit&& unit)
 {
     char escape[12];
     while (!text.empty()) {
-        const auto [point, length] = decodeFirst(text);
+        const auto [point, length] = decodeUTF8Character(text);
         if (length == 0) {
             std::snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(text[0]));
             unit(std::string_view(escape));

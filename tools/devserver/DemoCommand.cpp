@@ -1,5 +1,6 @@
 #include <devserver/DevelopmentServerCommands.hpp>
 
+#include <common/ConfigurationFile.hpp>
 #include <common/ExtensionRoad.hpp>
 #include <common/HandedOverCommands.hpp>
 #include <common/TerminalText.hpp>
@@ -133,37 +134,14 @@ private:
         return pattern;
     }
 
-    // The five settings as an XML property list. The values are the demo's own, but escaped all
-    // the same, since the base URL names a host.
-    static bool writeConfigurationFile(const std::filesystem::path& file,
-                                       const std::vector<std::pair<std::string, std::string>>& values)
-    {
-        const auto escaped = [](const std::string& text) {
-            std::string out;
-            for (char c : text) {
-                out += c == '&' ? "&amp;" : c == '<' ? "&lt;" : c == '>' ? "&gt;" : std::string(1, c);
-            }
-            return out;
-        };
-        std::ofstream out(file);
-        out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-               "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n<plist version=\"1.0\">\n<dict>\n";
-        for (const auto& [key, value] : values) {
-            out << "  <key>" << escaped(key) << "</key>\n  <string>" << escaped(value) << "</string>\n";
-        }
-        out << "</dict>\n</plist>\n";
-        out.close();
-        return static_cast<bool>(out);
-    }
-
     bool writeConfiguration(const std::filesystem::path& directory)
     {
         const auto file = directory / "FeXOService-Info.plist";
-        if (!writeConfigurationFile(file, {{"FEXO_BASE_URL", server_->baseURL()},
-                                           {"CLIENT_SECRET", clientSecret},
-                                           {"CLIENT_ID", clientId},
-                                           {"APP_GROUP", "group.com.example.fexo.demo"},
-                                           {"BUNDLE_ID", "com.example.fexo.demo"}})) {
+        if (!writeConfigurationFile(directory, {.baseURL = server_->baseURL(),
+                                                .clientSecret = clientSecret,
+                                                .clientId = clientId,
+                                                .appGroup = "group.com.example.fexo.demo",
+                                                .bundleId = "com.example.fexo.demo"})) {
             return fail("cannot write " + file.string());
         }
         Bundle::main().setResourcesDirectory(directory);

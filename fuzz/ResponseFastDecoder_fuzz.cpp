@@ -7,6 +7,7 @@
 
 #include <FeXONotificationService/Response.hpp>
 #include <FeXONotificationService/ResponseAccess.hpp>
+#include <FeXONotificationService/ResponseFastDecoder.hpp>
 #include <FeXOPlatform/JSONDecoder.hpp>
 
 #include <cmath>
