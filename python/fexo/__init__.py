@@ -10,6 +10,7 @@
 import ctypes
 
 from . import _native
+from ._version import __version__
 from ._native import lib, take_string, text
 from .errors import (ConfigurationError, DecodingError, EncodingError, FeXOError, InternalError,
                      InvalidArgumentError, TransportError, UnavailableError)
