@@ -1,8 +1,6 @@
 // Trusting a private certificate authority through SSL_CERT_FILE and SSL_CERT_DIR: read as
 // OpenSSL's tools read them, and honoured by every transfer of a process (here `fexo register`,
 // run as its own process with the variables in its environment).
-#include <FeXOPlatform/CertificateAuthorityEnvironment.hpp>
-
 #include <support/LoopbackServer.hpp>
 #include <support/TemporaryDirectory.hpp>
 #include <support/ToolSandbox.hpp>
@@ -13,23 +11,6 @@
 #include <fstream>
 
 namespace {
-
-using fexo::CertificateAuthorityEnvironment;
-
-TEST(CertificateAuthorityEnvironment, ReadsEachVariableAndTakesAnEmptyOneAsUnset)
-{
-    ::setenv("SSL_CERT_FILE", "/etc/private/ca.pem", 1);
-    ::setenv("SSL_CERT_DIR", "", 1);
-    auto read = CertificateAuthorityEnvironment::read();
-    EXPECT_EQ(read.file, "/etc/private/ca.pem");
-    EXPECT_EQ(read.directory, std::nullopt);
-    ::unsetenv("SSL_CERT_FILE");
-    ::setenv("SSL_CERT_DIR", "/etc/private/certs:/etc/more", 1);
-    read = CertificateAuthorityEnvironment::read();
-    EXPECT_EQ(read.file, std::nullopt);
-    EXPECT_EQ(read.directory, "/etc/private/certs:/etc/more");
-    ::unsetenv("SSL_CERT_DIR");
-}
 
 // An authority of the test's own, and a certificate for 127.0.0.1 that it signed, made with the
 // openssl tool; the authority also in a directory prepared by `openssl rehash`, and alone in one
@@ -65,17 +46,16 @@ TEST(CertificateAuthorityEnvironment, AServerThatAPrivateAuthoritySignedIsTruste
 {
     PrivateAuthority authority;
     fexo::test::LoopbackServer server(&authority.server);
-    server.setHandler([](const httplib::Request&, httplib::Response& response) {
-        response.set_content("{}", "application/json");
-    });
+    server.setHandler(
+        [](const httplib::Request&, httplib::Response& response) { response.set_content("{}", "application/json"); });
     // The sandbox runs fexo through env(1), so that each run has exactly the variables it names.
     fexo::test::ToolSandbox sandbox("/usr/bin/env");
     sandbox.configure(server.baseURL());
     const auto registerWith = [&](std::vector<std::string> variables) {
         std::vector<std::string> arguments{"-u", "SSL_CERT_FILE", "-u", "SSL_CERT_DIR"};
         arguments.insert(arguments.end(), variables.begin(), variables.end());
-        for (const char* word :
-             {FEXO_TOOL_PATH, "register", "--token", "t", "--device-id", "d", "--provider", "fcm", "--time-limit", "20"})
+        for (const char* word : {FEXO_TOOL_PATH, "register", "--token", "t", "--device-id", "d", "--provider", "fcm",
+                                 "--time-limit", "20"})
             arguments.emplace_back(word);
         return sandbox.run(arguments);
     };
@@ -89,9 +69,9 @@ TEST(CertificateAuthorityEnvironment, AServerThatAPrivateAuthoritySignedIsTruste
     }
     EXPECT_TRUE(server.requests().empty());
 
-    for (const auto& variables : std::vector<std::vector<std::string>>{
-             {"SSL_CERT_FILE=" + authority.file.string()},
-             {"SSL_CERT_DIR=/nonexistent:" + authority.hashedDirectory.string()}}) {
+    for (const auto& variables :
+         std::vector<std::vector<std::string>>{{"SSL_CERT_FILE=" + authority.file.string()},
+                                               {"SSL_CERT_DIR=/nonexistent:" + authority.hashedDirectory.string()}}) {
         const auto result = registerWith(variables);
         EXPECT_EQ(result.exitCode, 0) << variables[0] << ": " << result.standardError;
         EXPECT_EQ(result.standardOutput, "{}\n");
