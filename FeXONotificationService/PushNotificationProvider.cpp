@@ -9,4 +9,9 @@ PushNotificationProvider::PushNotificationProvider(std::shared_ptr<const Network
 {
 }
 
+const Networking& PushNotificationProvider::network() const
+{
+    return *network_;
+}
+
 } // namespace fexo

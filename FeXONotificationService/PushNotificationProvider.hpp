@@ -15,7 +15,8 @@ public:
     explicit PushNotificationProvider(
         std::shared_ptr<const Networking> network = std::make_shared<NetworkingService>());
 
-    const Networking& network() const override { return *network_; }
+    // Out of line: the class's vtable then lives with its own source alone.
+    const Networking& network() const override;
 
 private:
     std::shared_ptr<const Networking> network_;

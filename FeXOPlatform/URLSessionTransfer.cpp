@@ -1,3 +1,4 @@
+#include <FeXOPlatform/CertificateAuthorityEnvironment.hpp>
 #include <FeXOPlatform/URLOrigin.hpp>
 #include <FeXOPlatform/URLSessionTransfer.hpp>
 
@@ -125,8 +126,15 @@ std::optional<URLError::Code> URLSessionTransfer::configure(const URLSessionConf
     curl_easy_setopt(e, CURLOPT_FOLLOWLOCATION, 0L);
     curl_easy_setopt(e, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(e, CURLOPT_SSL_VERIFYHOST, 2L);
-    if (configuration.certificateAuthorityFile)
-        ok = ok && curl_easy_setopt(e, CURLOPT_CAINFO, configuration.certificateAuthorityFile->c_str()) == CURLE_OK;
+    // The configuration's file, else the environment's, else libcurl's default; the environment's
+    // directory, else the default. Neither falls back to the default when it cannot be read: a
+    // missing file fails the transfer (secureConnectionFailed), a missing directory trusts nothing.
+    const auto& environment = CertificateAuthorityEnvironment::ofProcess();
+    if (const auto& file =
+            configuration.certificateAuthorityFile ? configuration.certificateAuthorityFile : environment.file)
+        ok = ok && curl_easy_setopt(e, CURLOPT_CAINFO, file->c_str()) == CURLE_OK;
+    if (environment.directory)
+        ok = ok && curl_easy_setopt(e, CURLOPT_CAPATH, environment.directory->c_str()) == CURLE_OK;
     curl_easy_setopt(e, CURLOPT_ACCEPT_ENCODING, "");
     curl_easy_setopt(e, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
     // Waiting for a connection to the origin that might multiplex is only worth it where that is

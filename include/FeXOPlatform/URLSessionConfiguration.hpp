@@ -11,7 +11,9 @@ namespace fexo {
 // Peer certificates and host names are always verified; no setting turns that off.
 struct URLSessionConfiguration {
     // A PEM file of certificate authorities to trust in place of the system's (a private or
-    // test authority); empty: the system's authorities.
+    // test authority); empty: the file named by SSL_CERT_FILE, else the system's. The directory
+    // named by SSL_CERT_DIR replaces the system's directory either way. The environment is read
+    // once per process, at its first transfer.
     std::optional<std::string> certificateAuthorityFile;
     // Connections kept open at once to one host; further transfers to it wait for one.
     long maximumConnectionsPerHost = 6;

@@ -11,6 +11,7 @@ import ctypes
 
 from . import _native
 from . import errors as _errors
+from ._version import __version__
 from ._native import lib, take_string, text
 from .errors import (ConfigurationError, DecodingError, EncodingError, FeXOError, InternalError,
                      InvalidArgumentError, StoreError, TransportError, UnavailableError)

@@ -1,11 +1,14 @@
 """The shared library and the C functions' prototypes (ctypes).
 
-The library is the one named by $FEXO_LIBRARY, else the one recorded when the package was
-installed or built (_location.py), else whatever the dynamic loader finds by its soname.
+The library is the one named by $FEXO_LIBRARY; else the one at the path, relative to this
+package's own folder, that was recorded when the package was installed or built (_location.py),
+when a file is there; else the one the dynamic loader finds by its SONAME.
 """
 
 import ctypes
 import os
+
+from ._version import __version__
 
 c_char_pp = ctypes.POINTER(ctypes.c_char_p)
 
@@ -26,15 +29,21 @@ CONTENT_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_char_p, ctyp
 COUNTS_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_uint64, ctypes.c_uint64, ctypes.c_void_p)
 
 
+# The SONAME carries the major version, and a package of one version speaks its ABI only.
+SONAME = "libFeXONotificationService.so." + __version__.split(".")[0]
+
+
 def _library_path():
     explicit = os.environ.get("FEXO_LIBRARY")
     if explicit:
         return explicit
     try:
         from . import _location
-        return _location.LIBRARY
     except ImportError:
-        return "libFeXONotificationService.so.0"
+        return SONAME
+    here = os.path.dirname(os.path.realpath(__file__))
+    recorded = os.path.normpath(os.path.join(here, _location.LIBRARY_FROM_PACKAGE))
+    return recorded if os.path.exists(recorded) else SONAME
 
 
 def _declare(lib):

@@ -1,4 +1,6 @@
 #include <agent/AgentCommands.hpp>
+#include <common/CommandTree.hpp>
+#include <common/ToolVersion.hpp>
 
 #include <cstdlib>
 #include <string_view>
@@ -23,6 +25,7 @@ int main(int argc, char** argv)
     CLI::App app("fexo-agent: takes pushes on the session bus, runs the notification extension for each "
                  "under time and memory limits, and shows what it delivers on the desktop");
     app.require_subcommand(1);
+    fexo::tool::addVersionFlag(app, "fexo-agent");
     // The extension processes inherit the environment, as they would from fexo.
     app.add_option("--resources", "Where FeXOService-Info.plist is (for the extension)")
         ->each([](const std::string& directory) { ::setenv("FEXO_RESOURCES_DIR", directory.c_str(), 1); });
@@ -31,6 +34,7 @@ int main(int argc, char** argv)
     int exitCode = 0;
     fexo::agent::addRunCommand(app, exitCode);
     fexo::agent::addPushCommand(app, exitCode);
+    fexo::tool::addCommandTreeFlag(app);
     try {
         app.parse(static_cast<int>(arguments.size()), arguments.data());
     } catch (const CLI::ParseError& error) {

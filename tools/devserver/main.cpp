@@ -3,14 +3,19 @@
 // those of fexo.
 #include <devserver/DevelopmentServerCommands.hpp>
 
+#include <common/CommandTree.hpp>
+#include <common/ToolVersion.hpp>
+
 int main(int argc, char** argv)
 {
     CLI::App app;
     fexo::tool::ToolOptions options;
     fexo::tool::addToolOptions(app, options);
+    fexo::tool::addVersionFlag(app, "fexo-devserver");
 
     int exitCode = 0;
     fexo::tool::addServeCommand(app, options, exitCode);
     fexo::tool::addDemoCommand(app, options, exitCode);
+    fexo::tool::addCommandTreeFlag(app);
     return fexo::tool::parseAndRun(app, argc, argv, exitCode);
 }

@@ -2,6 +2,9 @@
 #include <fexo/Commands.hpp>
 #include <fexo/SQLiteForShortProcess.hpp>
 
+#include <common/CommandTree.hpp>
+#include <common/ToolVersion.hpp>
+
 int main(int argc, char** argv)
 {
     fexo::tool::configureSQLiteForShortProcess();
@@ -13,6 +16,7 @@ int main(int argc, char** argv)
     CLI::App app;
     fexo::tool::ToolOptions options;
     fexo::tool::addToolOptions(app, options);
+    fexo::tool::addVersionFlag(app, "fexo");
 
     // handle-push is the notification extension, started cold for every push: there only its own
     // command is built, not the parsers of all the others (about a third of a million
@@ -30,6 +34,10 @@ int main(int argc, char** argv)
         fexo::tool::addInboxCommands(app, options, exitCode);
         fexo::tool::addStoreMaintenanceCommand(app, options, exitCode);
         fexo::tool::addHandedOverCommands(app, argv, exitCode);
+        fexo::tool::HandedOverTo handedOver;
+        for (const auto& command : fexo::tool::handedOverCommands)
+            handedOver.emplace_back(command.name, command.executable);
+        fexo::tool::addCommandTreeFlag(app, std::move(handedOver));
     }
     return fexo::tool::parseAndRun(app, argc, argv, exitCode);
 }
