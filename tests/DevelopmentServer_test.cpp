@@ -134,4 +134,39 @@ TEST(ServeCommand, TakesCredentialsFromTheConfigurationOrItsFlagsUntilSIGTERM)
     EXPECT_EQ(refused.stop(0), 1);
 }
 
+// A busy port is refused, never shared (with SO_REUSEPORT two servers took turns at requests);
+// a server reachable from other machines with the secret everyone has read is warned of.
+TEST(ServeCommand, BindsItsPortAloneAndWarnsOfTheDocumentedSecretBeyondLoopback)
+{
+    fexo::test::TemporaryDirectory resources;
+    fexo::test::installConfiguration(resources.path());
+    const std::vector<std::string> credentials{"--client-id", "c", "--client-secret", "s"};
+    std::vector<std::string> first{"--resources", resources.path(), "serve", "--port", "0"};
+    first.insert(first.end(), credentials.begin(), credentials.end());
+    fexo::test::ChildProcess serving(FEXO_TOOL_PATH, first);
+    const std::string baseURL = serving.readLine();
+    ASSERT_TRUE(baseURL.starts_with("http://127.0.0.1:")) << baseURL;
+    std::vector<std::string> second{"--resources", resources.path(), "serve", "--port", baseURL.substr(17)};
+    second.insert(second.end(), credentials.begin(), credentials.end());
+    const auto busy = fexo::test::ChildProcess::run(FEXO_TOOL_PATH, second);
+    EXPECT_EQ(busy.exitCode, 1);
+    EXPECT_EQ(busy.standardError,
+              "fexo: cannot listen on 127.0.0.1 port " + baseURL.substr(17) + ": Address already in use\n");
+    EXPECT_EQ(serving.stop(SIGTERM), 0);
+
+    // The warning comes before the server's address, on standard error.
+    const auto warned = [&](const std::string& host, const std::string& secret) {
+        fexo::test::ChildProcess open(FEXO_TOOL_PATH,
+                                      {"--resources", resources.path(), "serve", "--host", host, "--port", "0",
+                                       "--client-id", "c", "--client-secret", secret},
+                                      fexo::test::ChildProcess::StandardError::onStandardOutput);
+        const std::string first = open.readLine();
+        EXPECT_EQ(open.stop(SIGTERM), 0) << host;
+        return first.starts_with("fexo: warning: serving on " + host);
+    };
+    EXPECT_TRUE(warned("0.0.0.0", "dev-client-secret-change-me"));
+    EXPECT_FALSE(warned("0.0.0.0", "a-secret-of-its-own"));
+    EXPECT_FALSE(warned("127.0.0.1", "dev-client-secret-change-me"));
+}
+
 } // namespace

@@ -35,13 +35,14 @@ std::string contentOf(int fd)
 
 } // namespace
 
-ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments)
+ChildProcess::ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                           StandardError errors)
 {
     int out[2];
     const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     if (nothing < 0 || ::pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("cannot make the child's pipe");
     output_ = out[0];
-    process_ = start(program, arguments, nothing, out[1], nothing);
+    process_ = start(program, arguments, nothing, out[1], errors == StandardError::onStandardOutput ? out[1] : nothing);
     ::close(nothing), ::close(out[1]);
 }
 

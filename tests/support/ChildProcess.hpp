@@ -18,13 +18,20 @@ struct ProcessResult {
 };
 
 // A program run as a child process, with this process's environment. A started child has its
-// standard output on a pipe to this process and its standard error discarded, so that it never
-// blocks on a pipe nobody reads. Destroying a child that still runs kills it (SIGKILL).
+// standard output on a pipe to this process and its standard error discarded (or joined to its
+// standard output), so that it never blocks on a pipe nobody reads. Destroying a child that
+// still runs kills it (SIGKILL).
 class ChildProcess {
 public:
+    enum class StandardError {
+        discarded,
+        onStandardOutput, // read with readLine() like the rest, in the order written
+    };
+
     // Starts `program` with `arguments` (not including the program itself). Throws
     // std::runtime_error when it cannot be started.
-    ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments);
+    ChildProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                 StandardError errors = StandardError::discarded);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;

@@ -1,5 +1,10 @@
 #include <devserver/DevelopmentServer.hpp>
 
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+
 #include <common/SecretMask.hpp>
 #include <devserver/DevelopmentStore.hpp>
 #include <devserver/JSONAnswer.hpp>
@@ -111,12 +116,21 @@ int DevelopmentServer::start()
     server->set_keep_alive_max_count(1000);
     impl_->route(*server);
 
+    // The port is this server's alone: cpp-httplib's default also sets SO_REUSEPORT, with which
+    // a second server on a busy port starts and takes every other request.
+    server->set_socket_options([](socket_t socket) {
+        const int yes = 1;
+        ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
     const auto& host = impl_->options.host;
+    errno = 0;
     const int port = impl_->options.port == 0
                          ? server->bind_to_any_port(host)
                          : (server->bind_to_port(host, impl_->options.port) ? impl_->options.port : -1);
     if (port <= 0) {
-        throw std::runtime_error("cannot listen on " + host + " port " + std::to_string(impl_->options.port));
+        const int failure = errno;
+        throw std::runtime_error("cannot listen on " + host + " port " + std::to_string(impl_->options.port) +
+                                 (failure != 0 ? ": " + std::string(std::strerror(failure)) : std::string()));
     }
     impl_->port = port;
     impl_->server = std::move(server);

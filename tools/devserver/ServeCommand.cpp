@@ -1,6 +1,7 @@
 #include <devserver/DevelopmentServerCommands.hpp>
 
 #include <common/HandedOverCommands.hpp>
+#include <common/LoopbackHost.hpp>
 #include <common/TerminalText.hpp>
 #include <devserver/DevelopmentServer.hpp>
 
@@ -13,6 +14,9 @@
 namespace fexo::tool {
 
 namespace {
+
+// The client secret of the README's tour and the example configuration: public knowledge.
+constexpr const char* documentedSecret = "dev-client-secret-change-me";
 
 struct ServeArguments {
     std::string host = "127.0.0.1";
@@ -27,12 +31,13 @@ struct ServeArguments {
 std::optional<std::pair<std::string, std::string>> credentials(const ServeArguments& arguments)
 {
     if (arguments.clientId && arguments.clientSecret) return std::pair(*arguments.clientId, *arguments.clientSecret);
-    const FeXOConfigurationCheck configuration = FeXOConfigurationCheck::run();
+    // The file and its keys only: the server needs no store and no base URL of its own.
+    const FeXOConfigurationCheck configuration = FeXOConfigurationCheck::run(0);
     if (configuration.isValid()) {
         return std::pair(arguments.clientId.value_or(configuration.clientId),
                          arguments.clientSecret.value_or(configuration.clientSecret));
     }
-    reportProblem(configuration.exceptionName + ": " + configuration.exceptionReason);
+    reportProblem(configuration.problem());
     reportProblem("give --client-id and --client-secret to serve without a configuration");
     return std::nullopt;
 }
@@ -42,6 +47,11 @@ int serve(const ToolOptions& options, const ServeArguments& arguments)
     options.apply();
     const auto accepted = credentials(arguments);
     if (!accepted) return 1;
+    if (!isLoopbackHost(arguments.host) && accepted->second == documentedSecret) {
+        reportProblem("warning: serving on " + arguments.host +
+                      ", reachable from other machines, with the secret the README shows (" + documentedSecret +
+                      "): anyone who read it can use this server; give --client-secret");
+    }
 
     // SIGINT and SIGTERM are blocked before any thread starts, so every server thread inherits
     // the mask and the signal can only be taken by sigwait below.
