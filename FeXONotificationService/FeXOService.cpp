@@ -82,6 +82,11 @@ Result<NotificationPage> FeXOService::fetchNotifications(std::size_t limit, std:
     return NotificationInbox(collaborators_->dataPersistence.dataStorage()).page(limit, after);
 }
 
+FeXOInboxSnapshot FeXOService::inboxSnapshot(std::size_t newest)
+{
+    return NotificationInbox(collaborators_->dataPersistence.dataStorage()).snapshot(newest);
+}
+
 std::uint64_t FeXOService::unreadCount()
 {
     return NotificationInbox(collaborators_->dataPersistence.dataStorage()).unreadCount();
@@ -96,14 +101,18 @@ NotificationObservation FeXOService::observeNotifications(std::function<void(Not
 {
     const auto& storage = collaborators_->dataPersistence.dataStorage();
     const auto databasePath = storage->userDefaults().databasePath();
+    std::string whyNot;
     const auto token = StoreObserver::add(
-        databasePath, [inbox = NotificationInbox(storage), callback = std::move(callback)]() mutable {
+        databasePath,
+        [inbox = NotificationInbox(storage), callback = std::move(callback)]() mutable {
             try {
                 callback(inbox.counts());
             } catch (...) {
                 // Nothing may leave the observer thread; the next change calls again.
             }
-        });
+        },
+        whyNot);
+    if (token == 0) return NotificationObservation(std::move(whyNot));
     return NotificationObservation(token);
 }
 

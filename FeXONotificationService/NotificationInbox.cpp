@@ -54,6 +54,16 @@ NotificationCounts NotificationInbox::counts()
     return {counts.total, counts.unflagged};
 }
 
+FeXOInboxSnapshot NotificationInbox::snapshot(std::size_t newest)
+{
+    newest = std::min<std::size_t>(newest, std::numeric_limits<std::int64_t>::max());
+    const auto glance = recordIndex().glance(storage_->userDefaults(), newest);
+    FeXOInboxSnapshot snapshot{{glance.counts.total, glance.counts.unflagged}, {}};
+    snapshot.newest.reserve(glance.first.size());
+    for (const auto& row : glance.first) snapshot.newest.push_back(UserDefaultsDataStorage::decodeRecord(row.bytes));
+    return snapshot;
+}
+
 std::uint64_t NotificationInbox::unreadCount()
 {
     return recordIndex().unflaggedCount(storage_->userDefaults());

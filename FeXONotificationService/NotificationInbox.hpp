@@ -1,6 +1,7 @@
 #pragma once
 
 #include <FeXONotificationService/DataStorage.hpp>
+#include <FeXONotificationService/FeXOInboxSnapshot.hpp>
 #include <FeXONotificationService/NotificationCounts.hpp>
 #include <FeXONotificationService/NotificationPage.hpp>
 #include <FeXOPlatform/Result.hpp>
@@ -32,6 +33,8 @@ public:
     // See FeXOService::fetchNotifications().
     Result<NotificationPage> page(std::size_t limit, std::string_view after);
     NotificationCounts counts();
+    // See FeXOService::inboxSnapshot().
+    FeXOInboxSnapshot snapshot(std::size_t newest);
     std::uint64_t unreadCount();
     // Every record whose isRead is not true rewritten with isRead true under its own key, in one
     // transaction; a refusal of the store is reported as for any write.

@@ -12,13 +12,17 @@ NotificationObservation::NotificationObservation(std::uint64_t token) : token_(t
 {
 }
 
+NotificationObservation::NotificationObservation(std::string failure) : failure_(std::move(failure))
+{
+}
+
 NotificationObservation::~NotificationObservation()
 {
     cancel();
 }
 
 NotificationObservation::NotificationObservation(NotificationObservation&& other) noexcept
-    : token_(std::exchange(other.token_, 0))
+    : token_(std::exchange(other.token_, 0)), failure_(std::move(other.failure_))
 {
 }
 
@@ -27,6 +31,7 @@ NotificationObservation& NotificationObservation::operator=(NotificationObservat
     if (this != &other) {
         cancel();
         token_ = std::exchange(other.token_, 0);
+        failure_ = std::move(other.failure_);
     }
     return *this;
 }

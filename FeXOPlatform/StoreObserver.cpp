@@ -1,5 +1,10 @@
 #include <FeXOPlatform/StoreObserver.hpp>
 
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
 #include <FeXOPlatform/FileChangeWatcher.hpp>
 #include <FeXOPlatform/StoreChangeSignal.hpp>
 
@@ -80,19 +85,34 @@ void observe(std::shared_ptr<Run> run)
 
 } // namespace
 
-StoreObserver::Token StoreObserver::add(const std::filesystem::path& databasePath, std::function<void()> onChange)
+StoreObserver::Token StoreObserver::add(const std::filesystem::path& databasePath, std::function<void()> onChange,
+                                        std::string& whyNot)
 {
     const auto signalPath = StoreChangeSignal::pathFor(databasePath);
     // Writers create the file on opening; an observer that comes first makes it.
+    // One that exists already is watched as it is, where it cannot be opened for writing (a
+    // read-only file system: nothing commits there, but watching is no failure).
     const int made = ::open(signalPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (made < 0) return 0;
-    ::close(made);
+    if (made < 0) {
+        const int failure = errno;
+        struct stat status { };
+        if (::lstat(signalPath.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+            whyNot = signalPath.string() + ": " + std::strerror(failure);
+            return 0;
+        }
+    } else {
+        ::close(made);
+    }
 
     auto& shared = registry();
     std::lock_guard lock(shared.mutex);
     if (!shared.run) {
         auto watcher = std::shared_ptr<FileChangeWatcher>(FileChangeWatcher::make());
-        if (!watcher) return 0;
+        if (!watcher) {
+            whyNot = std::string("no file watcher for this process: ") + std::strerror(errno) +
+                     " (the user's inotify instances may be used up)";
+            return 0;
+        }
         auto run = std::make_shared<Run>();
         run->watcher = std::move(watcher);
         shared.run = run;
@@ -101,6 +121,9 @@ StoreObserver::Token StoreObserver::add(const std::filesystem::path& databasePat
     }
     const auto watch = shared.run->watcher->add(signalPath);
     if (!watch) {
+        const int failure = errno;
+        whyNot = signalPath.string() + ": cannot be watched: " + std::strerror(failure) +
+                 (failure == ENOSPC ? " (no inotify watch left for this user)" : "");
         if (shared.observations.empty()) {
             // No observation was made: end the run that was started for it.
             shared.run->ending = true;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <string>
 
 namespace fexo {
 
@@ -20,8 +21,9 @@ public:
 
     // Calls `onChange` after each later commit to the store at `databasePath`. The watch is in
     // place when this returns: a commit that returns after it is never missed. 0 when the store
-    // cannot be watched (no watcher, or the signal file cannot be made).
-    static Token add(const std::filesystem::path& databasePath, std::function<void()> onChange);
+    // cannot be watched (no watcher, or the signal file cannot be made or watched); then `whyNot`
+    // says why, in the system's words.
+    static Token add(const std::filesystem::path& databasePath, std::function<void()> onChange, std::string& whyNot);
     // Ends an observation: no call of it starts after this returns. Waits for a call of it that
     // is running, unless called from the observer thread itself. Unknown tokens and 0 are ignored.
     static void remove(Token token);

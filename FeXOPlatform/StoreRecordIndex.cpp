@@ -217,6 +217,16 @@ StoreRecordIndex::Counts StoreRecordIndex::counts(UserDefaults& store) const
     return counts;
 }
 
+StoreRecordIndex::Glance StoreRecordIndex::glance(UserDefaults& store, std::size_t limit) const
+{
+    std::lock_guard lock(store.mutex_);
+    Snapshot snapshot(store.connection_->database());
+    Glance glance;
+    glance.counts = counts(store);
+    glance.first = page(store, limit, std::nullopt);
+    return glance;
+}
+
 std::uint64_t StoreRecordIndex::unflaggedCount(UserDefaults& store) const
 {
     std::lock_guard lock(store.mutex_);

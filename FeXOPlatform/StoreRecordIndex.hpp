@@ -77,6 +77,13 @@ public:
     std::vector<Row> page(UserDefaults& store, std::size_t limit, const std::optional<Position>& after) const;
     // Both counts (of the records that count) from one snapshot.
     Counts counts(UserDefaults& store) const;
+    // The counts and the first `limit` records, read in one read transaction: both tell of the
+    // same moment.
+    struct Glance {
+        Counts counts;
+        std::vector<Row> first;
+    };
+    Glance glance(UserDefaults& store, std::size_t limit) const;
     std::uint64_t unflaggedCount(UserDefaults& store) const;
     // One write transaction: each record whose flag is not true is handed to `rewrite`, and the
     // bytes it returns replace it under the same key. False when the transaction did not commit

@@ -299,7 +299,8 @@ std::vector<double> projectWake(bool withoutCounts = false)
     NotificationObservation observation;
     StoreObserver::Token token = 0;
     if (withoutCounts) {
-        token = StoreObserver::add(UserDefaults::open(appGroup)->databasePath(), onCall);
+        std::string whyNot;
+        token = StoreObserver::add(UserDefaults::open(appGroup)->databasePath(), onCall, whyNot);
     } else {
         observation = service.observeNotifications([&](NotificationCounts) { onCall(); });
     }

@@ -64,8 +64,9 @@ fexo_status fexo_service_observe(fexo_service* service, fexo_counts_callback cal
         auto started = service->service.observeNotifications(
             [callback, user](fexo::NotificationCounts counts) { callback(counts.total, counts.unread, user); });
         if (!started)
-            return fexo::capi::report(error, fexo::capi::describeLibraryError(FEXO_ERROR_UNAVAILABLE,
-                                                                              "The store's files cannot be watched."));
+            return fexo::capi::report(
+                error, fexo::capi::describeLibraryError(FEXO_ERROR_UNAVAILABLE,
+                                                        "The store's files cannot be watched: " + started.failure()));
         auto* made = new fexo_observation{std::move(started)};
         *observation = made;
         return FEXO_OK;

@@ -111,8 +111,15 @@ TEST(ConfigCommand, AStoreThatCannotBeOpenedIsFoundByTheCheckAndNamedBeforeTheFa
     disk->remount(false);
 
     ASSERT_EQ(sandbox.run({"write"}, R"({"id":"1","data":{"text":"t"}})").exitCode, 0);
+    const auto signal = root / group / "defaults.sqlite-changed";
+    std::filesystem::remove(signal);
     disk->remount(true); // an existing store reads on a read-only file system
     EXPECT_EQ(sandbox.run({"config", "check"}).exitCode, 0);
+    // ...but cannot be watched without the file its writers touch, which cannot be made there.
+    const auto unwatched = sandbox.run({"watch"});
+    EXPECT_EQ(unwatched.exitCode, 1);
+    EXPECT_EQ(unwatched.standardError,
+              "fexo: the store cannot be watched: " + signal.string() + ": Read-only file system\n");
     disk->remount(false);
 
     // Another user, who may read the configuration but not the store.

@@ -1,6 +1,9 @@
 // fexo's inbox commands as separate processes: a push stored by `handle-push` appears in a
 // `watch` of another process, and `list --limit` pages with the cursor it prints.
+#include <support/ForkedProcess.hpp>
 #include <support/ToolSandbox.hpp>
+
+#include <FeXONotificationService/FeXOService.hpp>
 
 #include <gtest/gtest.h>
 
@@ -60,6 +63,42 @@ TEST(InboxCommands, ListPagesWithTheCursorItPrintsAndAgreesWithTheWholeList)
     EXPECT_EQ(paged, all);
     EXPECT_EQ(sandbox.run({"unread"}).standardOutput, "5\n");
     EXPECT_EQ(sandbox.run({"list", "--limit", "2", "--after", "nonsense"}).exitCode, 1);
+}
+
+// Another process adds records 1, 2, 3, ... each newer than the last: a line that is one snapshot
+// has as many records as its newest one's number, whichever writes it folded together.
+TEST(InboxCommands, EveryWatchLineIsOneSnapshotDuringABurstOfWritesFromAnotherProcess)
+{
+    fexo::test::ToolSandbox sandbox{FEXO_TOOL_PATH};
+    // In memory, where a commit takes microseconds, as long as a read: many writes land between
+    // any two reads that are not one snapshot.
+    const std::filesystem::path groups = "/dev/shm/fexo-watch-" + std::to_string(::getpid());
+    ::setenv("FEXO_APP_GROUPS_DIR", groups.c_str(), 1);
+    struct Removal {
+        std::filesystem::path path;
+        ~Removal() { std::filesystem::remove_all(path); }
+    } removal{groups};
+    fexo::test::ChildProcess watch(FEXO_TOOL_PATH, {"watch", "--json"});
+    EXPECT_EQ(json::parse(watch.readLine())["total"], 0);
+    constexpr int writes = 20000;
+    fexo::test::ForkedProcess writer([] {
+        fexo::FeXOService service;
+        for (int i = 1; i <= writes; ++i) {
+            const std::string number = std::to_string(i);
+            service.write(fexo::Response(fexo::Date(i), fexo::NotificationData(number, "burst"), {}, {}, number));
+        }
+        return 0;
+    });
+    int lines = 0;
+    for (json line = json::parse(watch.readLine()); lines < 1000000; line = json::parse(watch.readLine()), ++lines) {
+        ASSERT_TRUE(line["newest"].is_object()) << line;
+        EXPECT_EQ(line["newest"]["body"], std::to_string(line["total"].get<int>())) << line;
+        EXPECT_EQ(line["unread"], line["total"]) << line;
+        if (line["total"] == writes) break;
+    }
+    EXPECT_EQ(writer.wait(std::chrono::seconds(60)), 0);
+    EXPECT_GT(lines, 0);
+    EXPECT_EQ(watch.stop(SIGINT), 0);
 }
 
 } // namespace

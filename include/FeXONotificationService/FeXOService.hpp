@@ -1,5 +1,6 @@
 #pragma once
 
+#include <FeXONotificationService/FeXOInboxSnapshot.hpp>
 #include <FeXONotificationService/NotificationCounts.hpp>
 #include <FeXONotificationService/NotificationObservation.hpp>
 #include <FeXONotificationService/NotificationPage.hpp>
@@ -75,6 +76,10 @@ public:
     Result<NotificationPage> fetchNotifications(std::size_t limit, std::string_view after = {});
     // How many records have an isRead that is not true (absent or false).
     std::uint64_t unreadCount();
+    // The counts and the `newest` newest records, in fetchNotifications()'s order, read in one
+    // read transaction: what an inbox's badge and its first lines show together, never from two
+    // different moments.
+    FeXOInboxSnapshot inboxSnapshot(std::size_t newest);
     // Rewrites every record whose isRead is not true with isRead true, under its own key, in one
     // transaction; records already read are not touched.
     void markAllNotificationsAsRead();
@@ -90,8 +95,9 @@ public:
     // previous callback took (plus the wake-up). A change to the app group's other keys may
     // also call. An exception thrown by the callback is dropped.
     //
-    // An empty handle when the store's files cannot be watched (no inotify instance or watch
-    // left for this user).
+    // An empty handle, with its failure() saying why, when the store's files cannot be watched (a
+    // read-only file system where the watched file does not exist yet, no inotify instance or
+    // watch left for this user).
     [[nodiscard]] NotificationObservation observeNotifications(std::function<void(NotificationCounts)> callback);
 
 private:

@@ -3,6 +3,7 @@
 #include <FeXOPlatform/Export.hpp>
 
 #include <cstdint>
+#include <string>
 
 namespace fexo {
 
@@ -29,12 +30,17 @@ public:
     void cancel();
     // True until cancelled, moved from or destroyed.
     explicit operator bool() const;
+    // For a handle that observeNotifications() could not put in place: why, in the system's
+    // words (the file that cannot be made or watched, or that no watcher is left); else empty.
+    const std::string& failure() const { return failure_; }
 
 private:
     friend class FeXOService;
     explicit NotificationObservation(std::uint64_t token);
+    explicit NotificationObservation(std::string failure);
 
     std::uint64_t token_ = 0;
+    std::string failure_;
 };
 
 } // namespace fexo

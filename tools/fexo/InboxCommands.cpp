@@ -17,13 +17,13 @@ namespace fexo::tool {
 
 namespace {
 
-// One line of `watch`: the counts and the newest record's id, title (its sender) and body.
-std::string watchLine(FeXOService& service, const NotificationCounts& counts, bool asJSON)
+// One line of `watch`: the counts and the newest record's id, title (its sender) and body, all
+// read at one moment.
+std::string watchLine(FeXOService& service, bool asJSON)
 {
-    std::optional<Response> newest;
-    if (auto page = service.fetchNotifications(1); page.isSuccess() && !page.value().records.empty()) {
-        newest = std::move(page.value().records.front());
-    }
+    const FeXOInboxSnapshot snapshot = service.inboxSnapshot(1);
+    const NotificationCounts& counts = snapshot.counts;
+    const Response* newest = snapshot.newest.empty() ? nullptr : &snapshot.newest.front();
     const std::string id = newest ? newest->id.value_or("") : "";
     const std::string title = newest && newest->data ? newest->data->sender.value_or("") : "";
     const std::string body = newest && newest->data ? newest->data->text.value_or("") : "";
@@ -51,21 +51,21 @@ int watch(bool asJSON)
 
     auto service = std::make_shared<FeXOService>();
     auto printing = std::make_shared<std::mutex>(); // the first line comes from this thread
-    const auto print = [service, printing, asJSON](NotificationCounts counts) {
-        const std::string line = watchLine(*service, counts, asJSON);
+    // The callback's counts are not used: a line is one snapshot of the counts and the newest.
+    const auto print = [service, printing, asJSON](NotificationCounts) {
+        const std::string line = watchLine(*service, asJSON);
         std::lock_guard lock(*printing);
         writeTerminalLine(std::cout, line);
         std::cout.flush();
     };
     auto observation = service->observeNotifications(print);
     if (!observation) {
-        reportProblem("the store cannot be watched (no inotify watch left?)");
+        reportProblem("the store cannot be watched: " + observation.failure());
         return 1;
     }
     // The observer calls only on changes; the line of the state they start from is printed here,
     // after the observation is in place, so a change made once it is out is never missed.
-    const auto all = service->fetchAllNotifications().value_or(std::vector<Response>{});
-    print({all.size(), service->unreadCount()});
+    print({});
     int received = 0;
     sigwait(&stopping, &received);
     observation.cancel();
