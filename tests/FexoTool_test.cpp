@@ -28,6 +28,28 @@ TEST(FexoTool, EveryCommandExplainsItselfAndUsageErrorsExitOne)
     }
 }
 
+// Messages say what the user typed and what is allowed, in plain words and numbers.
+TEST(FexoTool, UsageAndRefusalsNameTheCommandAsTypedAndSayWhatIsAllowed)
+{
+    ToolSandbox sandbox(FEXO_TOOL_PATH);
+    const auto limit = sandbox.run({"list", "--limit", "0"});
+    EXPECT_EQ(limit.exitCode, 1);
+    EXPECT_EQ(limit.standardError.substr(0, limit.standardError.find('\n')),
+              "--limit: a page holds a whole number of records, 1 or more, not 0");
+    EXPECT_NE(sandbox.run({"register", "--help"}).standardOutput.find("--provider ENUM:fcm|apns|pushwoosh REQUIRED"),
+              std::string::npos);
+    EXPECT_EQ(
+        sandbox.run({"register", "--token", "t", "--device-id", "d", "--provider", "gcm"}).standardError.substr(0, 55),
+        "--provider: the push provider is fcm, apns or pushwoosh");
+    const std::filesystem::path devserver = std::filesystem::path(FEXO_TOOL_PATH).parent_path() / "fexo-devserver";
+    const auto direct = fexo::test::ChildProcess::run(devserver, {"--help"}).standardOutput;
+    EXPECT_EQ(direct.rfind("fexo-devserver: ", 0), 0u) << direct;
+    EXPECT_NE(direct.find("Usage: fexo-devserver "), std::string::npos) << direct;
+    const auto handedOver = sandbox.run({"serve", "--help"}).standardOutput;
+    EXPECT_NE(handedOver.find("Usage: fexo serve "), std::string::npos) << handedOver;
+    EXPECT_EQ(fexo::test::ChildProcess::run(devserver, {"serve", "--port", "x"}).standardError.rfind("--port", 0), 0u);
+}
+
 TEST(FexoTool, TheCommandIsTheFirstArgumentThatIsNoOptionNorItsValue)
 {
     // The name decides both the hand-over (serve, demo, agent) and whether only handle-push is built.

@@ -73,8 +73,8 @@ TEST_F(HandlePushCommand, RefusesWhatIsNoPushOrTooLargeWithOneLine)
     sandbox.configure("http://127.0.0.1:" + std::to_string(fexo::test::unusedLoopbackPort()));
     const std::string largest = push + std::string(65536 - push.size(), ' ');
     const std::tuple<std::string, std::vector<std::string>, int, std::string> cases[] = {
-        {largest + " ", {}, 1, "fexo: the push is larger than 65536 bytes\n"},
-        {std::string(20 << 20, '['), {}, 1, "fexo: the push is larger than 65536 bytes\n"},
+        {largest + " ", {}, 1, "fexo: the push is more than 65,536 bytes\n"},
+        {std::string(20 << 20, '['), {}, 1, "fexo: the push is more than 65,536 bytes\n"},
         {"[1]", {}, 1, "fexo: the push must be a JSON object (its user-info dictionary)\n"},
         {"not json", {}, 1, "fexo: the push is not JSON: "},
         {largest, {"--timeout", "30"}, 3, ""},

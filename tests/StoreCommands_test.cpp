@@ -28,7 +28,7 @@ TEST_F(StoreCommands, WriteRefusesMalformedRecordsAndWritesNothing)
 {
     const std::pair<std::string, std::string> cases[] = {
         {R"({"id":5})", R"(fexo: typeMismatch(String, Context(codingPath: ["id"], )"},
-        {std::string(2 << 20, ' '), "fexo: the record is larger than 1048576 bytes\n"},
+        {std::string(2 << 20, ' '), "fexo: the record is more than 1,048,576 bytes\n"},
     };
     for (const auto& [input, description] : cases) {
         const auto result = sandbox.run({"write"}, input);

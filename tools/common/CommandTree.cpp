@@ -9,17 +9,28 @@ namespace fexo::tool {
 namespace {
 
 // The members of a set that a validator or transformer names in the value's type, as CLI11
-// writes it ("TEXT:value in {apns->1,fcm->0} OR {1,0}"): the words of the first braces, without
-// what they map to.
+// writes it: the words of the first braces without what they map to ("TEXT:value in
+// {apns->1,fcm->0} OR {1,0}"), or the words after the colon joined by '|' ("ENUM:fcm|apns").
 nlohmann::json choicesOf(const std::string& type)
 {
     auto choices = nlohmann::json::array();
     const auto open = type.find('{');
     const auto close = type.find('}', open);
-    if (open == std::string::npos || close == std::string::npos) return choices;
+    const auto colon = type.find(':');
+    std::string list;
+    char separator = ',';
+    if (open != std::string::npos && close != std::string::npos) {
+        list = type.substr(open + 1, close - open - 1);
+    } else if (colon != std::string::npos && type.find('|', colon) != std::string::npos &&
+               type.find(' ', colon) == std::string::npos) {
+        list = type.substr(colon + 1);
+        separator = '|';
+    } else {
+        return choices;
+    }
     std::string item;
-    for (const char c : type.substr(open + 1, close - open - 1) + ",") {
-        if (c != ',') {
+    for (const char c : list + separator) {
+        if (c != separator) {
             item += c;
             continue;
         }

@@ -1,5 +1,7 @@
 #include <common/TerminalText.hpp>
 
+#include <common/ToolName.hpp>
+
 #include <FeXOPlatform/UTF8.hpp>
 
 #include <cstdio>
@@ -90,7 +92,7 @@ void writeTerminalLine(std::ostream& out, std::string_view line)
 void reportProblem(std::string_view text)
 {
     std::cout.flush();
-    std::cerr << "fexo: " << terminalText(text) << std::endl;
+    std::cerr << toolName() << ": " << terminalText(text) << std::endl;
 }
 
 } // namespace fexo::tool

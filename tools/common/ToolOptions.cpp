@@ -1,6 +1,7 @@
 #include <common/ToolOptions.hpp>
 
 #include <common/TerminalText.hpp>
+#include <common/ToolName.hpp>
 
 #include <FeXONotificationService/FeXOConfigurationCheck.hpp>
 #include <FeXOPlatform/Bundle.hpp>
@@ -16,9 +17,10 @@ void ToolOptions::apply() const
     if (appGroups) ::setenv("FEXO_APP_GROUPS_DIR", appGroups->c_str(), 1);
 }
 
-void addToolOptions(CLI::App& app, ToolOptions& options)
+void addToolOptions(CLI::App& app, ToolOptions& options, const std::string& description)
 {
-    app.description("fexo: the FeXO notification service from the command line");
+    app.name(toolName());
+    app.description(toolName() + ": " + description);
     app.require_subcommand(1);
     app.fallthrough();
     app.add_option("--resources", options.resources,

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 
 namespace fexo::tool {
 
@@ -15,10 +16,11 @@ struct ToolOptions {
     void apply() const;
 };
 
-// Sets up the top level in `app`: its description, one command required, and the options of
-// ToolOptions (given before or after the command). fexo and fexo-devserver both use it, so that
-// a command handed over parses and explains itself exactly as it would in fexo.
-void addToolOptions(CLI::App& app, ToolOptions& options);
+// Sets up the top level in `app`: its name (toolName()), its description ("<name>: " and
+// `description`), one command required, and the options of ToolOptions (given before or after
+// the command). fexo and fexo-devserver both use it, so that a command handed over parses and
+// explains itself exactly as it would in fexo.
+void addToolOptions(CLI::App& app, ToolOptions& options, const std::string& description);
 
 // Parses the arguments, which runs the chosen command, and gives the process's exit status:
 // the command's `exitCode`, 0 for --help, 1 for a usage error or an exception the library

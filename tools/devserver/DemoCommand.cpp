@@ -216,7 +216,8 @@ private:
     bool showThroughAgent(const std::filesystem::path& directory)
     {
         if (std::getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
-            writeTerminalLine(std::cout, "\n(no session bus: the agent's part is left out)");
+            std::cout << '\n';
+            writeTerminalLine(std::cout, "(no session bus: the agent's part is left out)");
             return true;
         }
         step("The agent runs the extension for a push and shows it on the desktop (fexo agent push)");

@@ -4,13 +4,16 @@
 #include <devserver/DevelopmentServerCommands.hpp>
 
 #include <common/CommandTree.hpp>
+#include <common/ToolName.hpp>
 #include <common/ToolVersion.hpp>
 
 int main(int argc, char** argv)
 {
+    fexo::tool::setToolName(argv[0]);
     CLI::App app;
     fexo::tool::ToolOptions options;
-    fexo::tool::addToolOptions(app, options);
+    fexo::tool::addToolOptions(app, options,
+                               "the FeXO development server and the end-to-end demo (fexo serve, fexo demo)");
     fexo::tool::addVersionFlag(app, "fexo-devserver");
 
     int exitCode = 0;

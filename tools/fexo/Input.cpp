@@ -9,6 +9,18 @@
 
 namespace fexo::tool {
 
+namespace {
+
+// 65536 as "65,536".
+std::string groupedDigits(std::size_t number)
+{
+    std::string digits = std::to_string(number);
+    for (std::size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, ",");
+    return digits;
+}
+
+} // namespace
+
 std::optional<std::string> readInput(const std::string& name, std::size_t limit, const std::string& what)
 {
     const bool standardInput = name.empty() || name == "-";
@@ -31,7 +43,8 @@ std::optional<std::string> readInput(const std::string& name, std::size_t limit,
         return std::nullopt;
     }
     if (content.size() > limit) {
-        reportProblem(what + " is larger than " + std::to_string(limit) + " bytes");
+        // Counted, never kept: what lies beyond the limit was never read into memory.
+        reportProblem(what + " is more than " + groupedDigits(limit) + " bytes");
         return std::nullopt;
     }
     return content;

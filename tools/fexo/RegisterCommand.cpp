@@ -7,6 +7,8 @@
 #include <FeXOPlatform/JSONEncoder.hpp>
 #include <FeXOPlatform/URLSession.hpp>
 
+#include <algorithm>
+#include <cctype>
 #include <future>
 #include <iostream>
 #include <map>
@@ -67,11 +69,23 @@ void addRegisterCommand(CLI::App& app, const ToolOptions& options, int& exitCode
     auto* command = app.add_subcommand("register", "Register this device with the server through FeXOService");
     command->add_option("--token", arguments->token, "The device's push token")->required();
     command->add_option("--device-id", arguments->deviceId, "The device's identifier")->required();
-    const std::map<std::string, PushProvider> providers{
-        {"fcm", PushProvider::FCM}, {"apns", PushProvider::APNS}, {"pushwoosh", PushProvider::pushWoosh}};
-    command->add_option("--provider", arguments->provider, "The push provider: fcm, apns or pushwoosh")
-        ->required()
-        ->transform(CLI::CheckedTransformer(providers, CLI::ignore_case));
+    // The name is turned into the provider's raw value, which the option then reads.
+    const CLI::Validator provider(
+        [](std::string& text) -> std::string {
+            std::string name = text;
+            std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+            const std::pair<const char*, PushProvider> names[] = {
+                {"fcm", PushProvider::FCM}, {"apns", PushProvider::APNS}, {"pushwoosh", PushProvider::pushWoosh}};
+            for (const auto& [known, value] : names) {
+                if (name == known) {
+                    text = std::to_string(static_cast<int>(value));
+                    return {};
+                }
+            }
+            return "the push provider is fcm, apns or pushwoosh, not " + text;
+        },
+        "fcm|apns|pushwoosh");
+    command->add_option("--provider", arguments->provider, "The push provider")->required()->transform(provider);
     command->add_option("--imei1", arguments->imeI1, "First IMEI");
     command->add_option("--imei2", arguments->imeI2, "Second IMEI");
     command->add_option("--mobile-number", arguments->mobileNumber, "The device's mobile number");

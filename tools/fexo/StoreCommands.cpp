@@ -189,8 +189,15 @@ void addStoreCommands(CLI::App& app, const ToolOptions& options, int& exitCode)
     listCommand->add_flag("--json", *asJSON,
                           "One JSON array of the records in their stored form; with --limit, "
                           "{\"records\":[...],\"next\":CURSOR or null}");
-    auto* limitOption =
-        listCommand->add_option("--limit", *limit, "Print one page of at most N records")->check(CLI::PositiveNumber);
+    auto* limitOption = listCommand->add_option("--limit", *limit, "Print one page of at most N records")
+                            ->check(CLI::Validator(
+                                [](std::string& text) -> std::string {
+                                    std::size_t value = 0;
+                                    if (!CLI::detail::lexical_cast(text, value) || value < 1)
+                                        return "a page holds a whole number of records, 1 or more, not " + text;
+                                    return {};
+                                },
+                                "N"));
     listCommand->add_option("--after", *after, "The cursor that the previous page printed")->needs(limitOption);
     listCommand->callback([&options, &exitCode, asJSON, limit, limitOption, after] {
         options.apply();

@@ -1,6 +1,7 @@
 #include <fexo/Commands.hpp>
 
 #include <common/TerminalText.hpp>
+#include <common/ToolName.hpp>
 
 #include <FeXONotificationService/FeXOConfigurationCheck.hpp>
 #include <FeXONotificationService/FeXOStoreMaintenance.hpp>
@@ -35,7 +36,7 @@ int check(const ToolOptions& options)
         std::cout << result.databasePath.string() << ": ok" << std::endl;
         return 0;
     }
-    std::cerr << "fexo: the store " << result.databasePath.string() << " is damaged:\n";
+    std::cerr << toolName() << ": the store " << result.databasePath.string() << " is damaged:\n";
     for (const auto& problem : result.problems) std::cerr << "  " << problem << '\n';
     std::cerr << "Run `fexo store repair` to save what can still be read." << std::endl;
     return 1;
@@ -47,7 +48,7 @@ int repair(const ToolOptions& options)
     if (!repaired) return 1;
     const auto& outcome = *repaired;
     if (!outcome.succeeded()) {
-        std::cerr << "fexo: could not repair " << outcome.databasePath.string() << ": " << outcome.failure << std::endl;
+        reportProblem("could not repair " + outcome.databasePath.string() + ": " + outcome.failure);
         return 1;
     }
     std::cout << "Saved " << outcome.saved << (outcome.saved == 1 ? " key" : " keys") << ", lost " << outcome.lost

@@ -3,10 +3,12 @@
 #include <fexo/SQLiteForShortProcess.hpp>
 
 #include <common/CommandTree.hpp>
+#include <common/ToolName.hpp>
 #include <common/ToolVersion.hpp>
 
 int main(int argc, char** argv)
 {
+    fexo::tool::setToolName(argv[0]);
     fexo::tool::configureSQLiteForShortProcess();
     if (const auto* handedOver = fexo::tool::chosenHandedOverCommand(argc, argv)) {
         fexo::tool::handOver(*handedOver, argv);
@@ -15,7 +17,7 @@ int main(int argc, char** argv)
 
     CLI::App app;
     fexo::tool::ToolOptions options;
-    fexo::tool::addToolOptions(app, options);
+    fexo::tool::addToolOptions(app, options, "the FeXO notification service from the command line");
     fexo::tool::addVersionFlag(app, "fexo");
 
     // handle-push is the notification extension, started cold for every push: there only its own
