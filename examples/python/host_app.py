@@ -12,7 +12,7 @@ import sys
 import fexo
 
 
-def main(token, device_id):
+def main(token: str, device_id: str) -> int:
     try:
         fexo.check_configuration()  # the library would end the process over these
     except fexo.ConfigurationError as error:

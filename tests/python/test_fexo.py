@@ -1,14 +1,18 @@
 """The Python package against `fexo serve` and a real store, through the C interface."""
 
+import dataclasses
+import inspect
 import json
 import os
 import pathlib
+import pydoc
 import queue
 import re
 
 import pytest
 
 import fexo
+from fexo import _library
 from conftest import configuration, run_python, write_configuration, write_configuration_file
 
 EXTENSION = str(pathlib.Path(os.environ["FEXO_SOURCE_DIR"]) / "examples" / "python" / "extension.py")
@@ -89,6 +93,27 @@ def test_statuses_are_named_as_the_library_and_its_header_name_them():
     assert {f"FEXO_{status.name}": int(status) for status in fexo.Status} == declared
     for status in fexo.Status:
         assert fexo._native.lib.fexo_status_name(status).decode() == f"FEXO_{status.name}"
+
+
+LEAN = "import sys, fexo; fexo.FeXONotificationExtensionHandler(); print(sorted(set(sys.argv[1:]) & set(sys.modules)))"
+
+
+def test_the_namespace_is_the_public_names_and_an_extension_loads_no_more():
+    """dir() and help() show every public name, those loaded on first use included, under the
+    package's own name, and nothing else; a record has its four public fields only."""
+    assert dir(fexo) == sorted(fexo.__all__ + ["__version__"])
+    documentation = pydoc.render_doc(fexo, renderer=pydoc.plaintext)
+    assert set(re.findall(r"^    (?:class )?(\w+)\(", documentation, re.MULTILINE)) == set(fexo.__all__)
+    assert {getattr(fexo, name).__module__ for name in fexo.__all__} == {"fexo"}
+    assert [field.name for field in dataclasses.fields(fexo.Record)] == ["data", "id", "is_read", "json"]
+    host_side = ["typing", "dataclasses", "concurrent.futures", "fexo._service", "fexo._records"]
+    assert run_python(["-c", LEAN] + host_side).stdout == "[]\n"
+
+
+def test_every_c_function_declared_has_its_typed_signature():
+    typed = {name: len(inspect.signature(function).parameters) - 1
+             for name, function in vars(_library.Library).items() if name.startswith("fexo_")}
+    assert typed == {name: len(argtypes) for name, (_, argtypes) in fexo._native.PROTOTYPES.items()}
 
 
 def test_a_change_the_store_refuses_raises_store_error_and_keeps_nothing(server, small_disk):
