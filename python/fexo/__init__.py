@@ -3,7 +3,7 @@
     import fexo
     fexo.check_configuration()          # raises fexo.ConfigurationError(name, reason)
     with fexo.FeXOService() as service:
-        for record in service.fetch_all():
+        for record in service.records():  # newest first, a page at a time
             print(record.id, record.data and record.data.text)
 
 The package is typed (py.typed). A notification extension needs only

@@ -44,12 +44,14 @@ def test_inbox_pages_counts_and_observes_changes(service):
     seen = queue.Queue()
     with service.observe(lambda total, unread: seen.put((total, unread))):
         for i in range(5):
-            service.write({"id": f"n-{i}", "data": {"text": str(i)}})
+            service.write({"id": f"n-{i}", "createdAt": float(i), "data": {"text": str(i)}})
         pages = [service.page(2)]
         while pages[-1].next:
             pages.append(service.page(2, pages[-1].next))
         assert [len(page.records) for page in pages] == [2, 2, 1]
-        assert sorted(record.id for page in pages for record in page.records) == [f"n-{i}" for i in range(5)]
+        newest_first = [f"n-{i}" for i in reversed(range(5))]
+        assert [record.id for page in pages for record in page.records] == newest_first
+        assert [record.id for record in service.records(page_size=2)] == newest_first
         assert service.unread_count() == 5
         service.mark_all_as_read()
         assert service.unread_count() == 0
@@ -57,6 +59,8 @@ def test_inbox_pages_counts_and_observes_changes(service):
             pass
     with pytest.raises(fexo.DecodingError):
         service.page(2, "not a cursor")
+    with pytest.raises(ValueError):
+        service.records(page_size=0)  # at the call, not at the first record
 
 
 @pytest.mark.parametrize("text, code", [("not JSON", 4864), ('{"id": 5}', 4864), ('[1]', 4864)])
