@@ -16,6 +16,7 @@ from ._status import Status
 TYPE_CHECKING = False  # as in _native
 if TYPE_CHECKING:
     from concurrent.futures import Future
+    from types import TracebackType
     from typing import Any, Callable, Iterator
 
 # The page size of records(): one call into the library per this many records, which then costs
@@ -60,8 +61,14 @@ def _page_size(limit: int) -> int:
 
 
 class Observation(Handle):
-    """Keeps an observe() callback running until cancel() or the end of a with block. Once cancel()
-    returns no callback runs, except when it is called from inside that callback."""
+    """Keeps an observe() callback running until cancel() or the end of a with block, and true
+    until then:
+
+        with service.observe(callback):
+            ...  # callback(total, unread) after every change
+
+    Once cancel() returns no callback runs, except when it is called from inside that callback.
+    An Observation that is collected is cancelled: keep it while you observe."""
 
     closed = "the observation is cancelled"
 
@@ -75,6 +82,13 @@ class Observation(Handle):
             _callbacks.take(self._key)
 
     close = cancel
+
+    def __enter__(self) -> Observation:
+        return self
+
+    def __exit__(self, exc_type: type[BaseException] | None, exc: BaseException | None,
+                 traceback: TracebackType | None) -> None:
+        self.cancel()
 
     def __bool__(self) -> bool:
         return bool(self._handle)
@@ -194,7 +208,7 @@ class FeXOService(Handle):
     def observe(self, callback: Callable[[int, int], object]) -> Observation:
         """Calls `callback(total, unread)` after the set of records changed in any process sharing the
         store, on the library's observer thread (one call at a time, changes during a call folded
-        into the next), until the returned Observation is cancelled.
+        into the next), until the returned Observation is cancelled or its with block ends.
         Raises UnavailableError when the store cannot be watched."""
         key = _callbacks.keep(callback)
         handle = Pointer()

@@ -42,7 +42,7 @@ def test_records_are_stored_read_changed_and_deleted(service):
 
 def test_inbox_pages_counts_and_observes_changes(service):
     seen = queue.Queue()
-    with service.observe(lambda total, unread: seen.put((total, unread))):
+    with service.observe(lambda total, unread: seen.put((total, unread))) as observation:
         for i in range(5):
             service.write({"id": f"n-{i}", "createdAt": float(i), "data": {"text": str(i)}})
         pages = [service.page(2)]
@@ -57,6 +57,15 @@ def test_inbox_pages_counts_and_observes_changes(service):
         assert service.unread_count() == 0
         while seen.get(timeout=10) != (5, 0):
             pass
+    # The with block cancelled the observation: no call after it, while a new one is called.
+    calls = seen.qsize()
+    assert not observation
+    later = queue.Queue()
+    with service.observe(lambda total, unread: later.put(total)):
+        service.delete("n-0")
+        while later.get(timeout=10) != 4:
+            pass
+    assert seen.qsize() == calls
     with pytest.raises(fexo.DecodingError):
         service.page(2, "not a cursor")
     with pytest.raises(ValueError):
