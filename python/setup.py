@@ -40,6 +40,9 @@ VERSION = project_version()
 
 class BuildWithVersion(build_py):
     def run(self):
+        # pip builds in this folder and leaves build/ behind: start from no package there, so that
+        # a module renamed or removed since the last build is not packaged again.
+        shutil.rmtree(pathlib.Path(self.build_lib) / "fexo", ignore_errors=True)
         super().run()
         target = pathlib.Path(self.build_lib) / "fexo" / "_version.py"
         target.write_text(f'__version__ = "{VERSION}"\n')

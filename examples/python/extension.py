@@ -13,7 +13,7 @@ import sys
 import fexo
 
 
-def main():
+def main() -> int:
     text = sys.stdin.read()
     with fexo.FeXONotificationExtensionHandler() as handler:
         try:

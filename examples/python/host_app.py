@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """A host app in Python: checks the configuration, registers this device, then shows the inbox
-(the newest records, the unread badge) and marks everything read.
+(every record, newest first, and the unread badge) and marks everything read.
 
     host_app.py PUSH_TOKEN DEVICE_ID
 
@@ -12,7 +12,7 @@ import sys
 import fexo
 
 
-def main(token, device_id):
+def main(token: str, device_id: str) -> int:
     try:
         fexo.check_configuration()  # the library would end the process over these
     except fexo.ConfigurationError as error:
@@ -25,8 +25,7 @@ def main(token, device_id):
             print(f"host_app: {error.domain} {error.code}: {error.description}", file=sys.stderr)
             return 1
         print("registered:", answer)
-        page = service.page(20)  # newest first; page.next leads on, "" after the last
-        for record in page.records:
+        for record in service.records():  # every record, newest first, read a page at a time
             print("  " if record.is_read else "* ", record.data.text if record.data else "")
         print("unread:", service.unread_count())
         service.mark_all_as_read()

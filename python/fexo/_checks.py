@@ -6,30 +6,29 @@ made) before store operations; the base URL before a registration or a push's re
 that passes is not made again in this process; one that fails is made again next time.
 """
 
-import _thread
-import ctypes
+from __future__ import annotations
 
-from . import _native
-from .errors import configuration_problem
-from ._native import lib, take_string
-from .status import Status
+import _thread
+
+from ._errors import configuration_problem
+from ._native import Pointer, lib, take_string
+from ._status import Status
 
 SERVER = 1  # FEXO_CHECK_SERVER
 STORE = 2  # FEXO_CHECK_STORE
 
 _lock = _thread.allocate_lock()
-_passed = None  # the parts checked so far, once the file itself has passed
+_passed: int | None = None  # the parts checked so far, once the file itself has passed
 
 
-def ensure(parts):
+def ensure(parts: int) -> None:
     """Raises ConfigurationError or StoreError when what `parts` needs would end the process."""
     global _passed
     with _lock:
         if _passed is not None and parts & ~_passed == 0:
             return
-        name = _native.OwnedString()
-        reason = _native.OwnedString()
-        status = lib.fexo_check_configuration_for(parts, ctypes.byref(name), ctypes.byref(reason))
+        name, reason = Pointer(), Pointer()
+        status = lib.fexo_check_configuration_for(parts, name, reason)
         name_text, reason_text = take_string(name.value), take_string(reason.value)
         if status != Status.OK:
             raise configuration_problem(status, name_text, reason_text)

@@ -3,37 +3,83 @@
 The library is the one named by $FEXO_LIBRARY; else the one at the path, relative to this
 package's own folder, that was recorded when the package was installed or built (_location.py),
 when a file is there; else the one the dynamic loader finds by its SONAME.
+
+Every pointer the library hands out or takes back (a handle, an error, a string to free) is a
+c_void_p here: Python sees an int, or None for NULL. An out-parameter is passed as the ctypes
+object itself, and ctypes passes its address, since its prototype declares a pointer to it.
 """
+
+from __future__ import annotations
 
 import ctypes
 import os
 
 from ._version import __version__
 
-c_char_pp = ctypes.POINTER(ctypes.c_char_p)
+# typing.TYPE_CHECKING without importing typing, which an extension process has no use for; the
+# type checker takes any name TYPE_CHECKING as that constant.
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from ._library import Library
 
+# What receives a pointer the library hands out (a handle, an error, a string to free, which
+# comes back as a void pointer so that it can be freed after copying): `value` is an int, or None.
+Pointer = ctypes.c_void_p
 
-class Error(ctypes.Structure):
-    """Opaque fexo_error."""
-
-
-ErrorP = ctypes.POINTER(Error)
-ErrorPP = ctypes.POINTER(ErrorP)
-
-# Owned strings come back as void pointers, so that their memory can be freed after copying.
-OwnedString = ctypes.c_void_p
-OwnedStringP = ctypes.POINTER(ctypes.c_void_p)
-
-REGISTRATION_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_char_p, ErrorP, ctypes.c_void_p)
+REGISTRATION_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_char_p, ctypes.c_void_p, ctypes.c_void_p)
 CONTENT_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_char_p, ctypes.c_void_p)
 COUNTS_CALLBACK = ctypes.CFUNCTYPE(None, ctypes.c_uint64, ctypes.c_uint64, ctypes.c_void_p)
-
 
 # The SONAME carries the major version, and a package of one version speaks its ABI only.
 SONAME = "libFeXONotificationService.so." + __version__.split(".")[0]
 
+_status = ctypes.c_int
+_pointer = ctypes.c_void_p  # a handle, an error, a string to free
+_out = ctypes.POINTER(ctypes.c_void_p)  # where the library puts one of those
+_string = ctypes.c_char_p  # a string in, or a constant string out
 
-def _library_path():
+# Each function's result and parameters; _library.Library gives the same functions their types.
+PROTOTYPES = {
+    "fexo_status_name": (_string, [_status]),
+    "fexo_error_description": (_string, [_pointer]),
+    "fexo_error_debug_description": (_string, [_pointer]),
+    "fexo_error_domain": (_string, [_pointer]),
+    "fexo_error_code": (ctypes.c_int64, [_pointer]),
+    "fexo_error_status": (_status, [_pointer]),
+    "fexo_error_free": (None, [_pointer]),
+    "fexo_free_string": (None, [_pointer]),
+    "fexo_version": (_string, []),
+    "fexo_resources_directory": (_pointer, []),
+    "fexo_set_resources_directory": (_status, [_string]),
+    "fexo_check_configuration": (_status, [_out, _out]),
+    "fexo_check_configuration_for": (_status, [ctypes.c_uint32, _out, _out]),
+    "fexo_session_wait_until_idle": (ctypes.c_int32, [ctypes.c_int64]),
+    "fexo_service_new": (_pointer, []),
+    "fexo_service_free": (None, [_pointer]),
+    "fexo_service_register_device": (
+        _status, [_pointer] + [_string] * 5 + [ctypes.c_int, REGISTRATION_CALLBACK, _pointer, _out]),
+    "fexo_service_fetch_all": (_status, [_pointer, _out, _out]),
+    "fexo_service_fetch": (_status, [_pointer, _string, _out, _out]),
+    "fexo_service_mark_as_read": (_status, [_pointer, _string, _out]),
+    "fexo_service_delete": (_status, [_pointer, _string, _out]),
+    "fexo_service_delete_all": (_status, [_pointer, _out]),
+    "fexo_service_write": (_status, [_pointer, _string, _out]),
+    "fexo_service_logout": (_status, [_pointer, _out]),
+    "fexo_service_fetch_page": (_status, [_pointer, ctypes.c_size_t, _string, _out, _out, _out]),
+    "fexo_service_unread_count": (_status, [_pointer, ctypes.POINTER(ctypes.c_uint64), _out]),
+    "fexo_service_mark_all_read": (_status, [_pointer, _out]),
+    "fexo_service_observe": (_status, [_pointer, COUNTS_CALLBACK, _pointer, _out, _out]),
+    "fexo_observation_free": (None, [_pointer]),
+    "fexo_extension_handler_new": (_pointer, []),
+    "fexo_extension_handler_free": (None, [_pointer]),
+    "fexo_extension_handler_deliver": (
+        _status, [_pointer, _string, ctypes.c_int64, _out, _out, ctypes.POINTER(ctypes.c_int32), _out, _out]),
+    "fexo_extension_handler_handle_notification": (
+        _status, [_pointer, _string, CONTENT_CALLBACK, _pointer, _out]),
+}
+
+
+def _library_path() -> str:
     explicit = os.environ.get("FEXO_LIBRARY")
     if explicit:
         return explicit
@@ -46,59 +92,21 @@ def _library_path():
     return recorded if os.path.exists(recorded) else SONAME
 
 
-def _declare(lib):
-    status = ctypes.c_int
-    handle = ctypes.c_void_p
-    prototypes = {
-        "fexo_status_name": (ctypes.c_char_p, [status]),
-        "fexo_error_description": (ctypes.c_char_p, [ErrorP]),
-        "fexo_error_debug_description": (ctypes.c_char_p, [ErrorP]),
-        "fexo_error_domain": (ctypes.c_char_p, [ErrorP]),
-        "fexo_error_code": (ctypes.c_int64, [ErrorP]),
-        "fexo_error_status": (status, [ErrorP]),
-        "fexo_error_free": (None, [ErrorP]),
-        "fexo_free_string": (None, [OwnedString]),
-        "fexo_version": (ctypes.c_char_p, []),
-        "fexo_resources_directory": (OwnedString, []),
-        "fexo_set_resources_directory": (status, [ctypes.c_char_p]),
-        "fexo_check_configuration": (status, [OwnedStringP, OwnedStringP]),
-        "fexo_check_configuration_for": (status, [ctypes.c_uint32, OwnedStringP, OwnedStringP]),
-        "fexo_session_wait_until_idle": (ctypes.c_int32, [ctypes.c_int64]),
-        "fexo_service_new": (handle, []),
-        "fexo_service_free": (None, [handle]),
-        "fexo_service_register_device": (
-            status, [handle] + [ctypes.c_char_p] * 5 + [ctypes.c_int, REGISTRATION_CALLBACK, ctypes.c_void_p, ErrorPP]),
-        "fexo_service_fetch_all": (status, [handle, OwnedStringP, ErrorPP]),
-        "fexo_service_fetch": (status, [handle, ctypes.c_char_p, OwnedStringP, ErrorPP]),
-        "fexo_service_mark_as_read": (status, [handle, ctypes.c_char_p, ErrorPP]),
-        "fexo_service_delete": (status, [handle, ctypes.c_char_p, ErrorPP]),
-        "fexo_service_delete_all": (status, [handle, ErrorPP]),
-        "fexo_service_write": (status, [handle, ctypes.c_char_p, ErrorPP]),
-        "fexo_service_logout": (status, [handle, ErrorPP]),
-        "fexo_service_fetch_page": (status, [handle, ctypes.c_size_t, ctypes.c_char_p, OwnedStringP, OwnedStringP, ErrorPP]),
-        "fexo_service_unread_count": (status, [handle, ctypes.POINTER(ctypes.c_uint64), ErrorPP]),
-        "fexo_service_mark_all_read": (status, [handle, ErrorPP]),
-        "fexo_service_observe": (status, [handle, COUNTS_CALLBACK, ctypes.c_void_p, ctypes.POINTER(handle), ErrorPP]),
-        "fexo_observation_free": (None, [handle]),
-        "fexo_extension_handler_new": (handle, []),
-        "fexo_extension_handler_free": (None, [handle]),
-        "fexo_extension_handler_deliver": (
-            status, [handle, ctypes.c_char_p, ctypes.c_int64, OwnedStringP, OwnedStringP, ctypes.POINTER(ctypes.c_int32),
-                     OwnedStringP, ErrorPP]),
-        "fexo_extension_handler_handle_notification": (
-            status, [handle, ctypes.c_char_p, CONTENT_CALLBACK, ctypes.c_void_p, ErrorPP]),
-    }
-    for name, (restype, argtypes) in prototypes.items():
-        function = getattr(lib, name)
+def _load() -> Library:
+    library = ctypes.CDLL(_library_path())
+    for name, (restype, argtypes) in PROTOTYPES.items():
+        function = getattr(library, name)
         function.restype = restype
         function.argtypes = argtypes
-    return lib
+    # A CDLL answers any attribute with a C function (its __getattr__), so the type checker takes
+    # it as a Library: the protocol's signatures for the prototypes declared above.
+    return library
 
 
-lib = _declare(ctypes.CDLL(_library_path()))
+lib = _load()
 
 
-def take_string(pointer):
+def take_string(pointer: int | None) -> str | None:
     """The text of a library-allocated string, which is freed; None for NULL."""
     if not pointer:
         return None
@@ -108,38 +116,9 @@ def take_string(pointer):
         lib.fexo_free_string(pointer)
 
 
-def text(value):
+def text(value: str) -> bytes:
     """A str as the UTF-8 bytes the C interface takes."""
     if not isinstance(value, str):
         raise TypeError(f"expected str, got {type(value).__name__}")
     return value.encode("utf-8")
 
-
-class NativeHandle:
-    """Owns one handle of the C interface and frees it once: by close(), at the end of a with block,
-    or when collected. `closed` is the message of the ValueError that a use after close raises."""
-
-    closed = "the handle is closed"
-
-    def __init__(self, handle, free):
-        self._handle = handle
-        self._free = free
-
-    def close(self):
-        handle, self._handle = self._handle, None
-        if handle:
-            self._free(handle)
-
-    def _live(self):
-        if not self._handle:
-            raise ValueError(self.closed)
-        return self._handle
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *exc):
-        self.close()
-
-    def __del__(self):
-        self.close()

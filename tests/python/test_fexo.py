@@ -1,14 +1,18 @@
 """The Python package against `fexo serve` and a real store, through the C interface."""
 
+import dataclasses
+import inspect
 import json
 import os
 import pathlib
+import pydoc
 import queue
 import re
 
 import pytest
 
 import fexo
+from fexo import _library
 from conftest import configuration, run_python, write_configuration, write_configuration_file
 
 EXTENSION = str(pathlib.Path(os.environ["FEXO_SOURCE_DIR"]) / "examples" / "python" / "extension.py")
@@ -38,21 +42,34 @@ def test_records_are_stored_read_changed_and_deleted(service):
 
 def test_inbox_pages_counts_and_observes_changes(service):
     seen = queue.Queue()
-    with service.observe(lambda total, unread: seen.put((total, unread))):
+    with service.observe(lambda total, unread: seen.put((total, unread))) as observation:
         for i in range(5):
-            service.write({"id": f"n-{i}", "data": {"text": str(i)}})
+            service.write({"id": f"n-{i}", "createdAt": float(i), "data": {"text": str(i)}})
         pages = [service.page(2)]
         while pages[-1].next:
             pages.append(service.page(2, pages[-1].next))
         assert [len(page.records) for page in pages] == [2, 2, 1]
-        assert sorted(record.id for page in pages for record in page.records) == [f"n-{i}" for i in range(5)]
+        newest_first = [f"n-{i}" for i in reversed(range(5))]
+        assert [record.id for page in pages for record in page.records] == newest_first
+        assert [record.id for record in service.records(page_size=2)] == newest_first
         assert service.unread_count() == 5
         service.mark_all_as_read()
         assert service.unread_count() == 0
         while seen.get(timeout=10) != (5, 0):
             pass
+    # The with block cancelled the observation: no call after it, while a new one is called.
+    calls = seen.qsize()
+    assert not observation
+    later = queue.Queue()
+    with service.observe(lambda total, unread: later.put(total)):
+        service.delete("n-0")
+        while later.get(timeout=10) != 4:
+            pass
+    assert seen.qsize() == calls
     with pytest.raises(fexo.DecodingError):
         service.page(2, "not a cursor")
+    with pytest.raises(ValueError):
+        service.records(page_size=0)  # at the call, not at the first record
 
 
 @pytest.mark.parametrize("text, code", [("not JSON", 4864), ('{"id": 5}', 4864), ('[1]', 4864)])
@@ -89,6 +106,27 @@ def test_statuses_are_named_as_the_library_and_its_header_name_them():
     assert {f"FEXO_{status.name}": int(status) for status in fexo.Status} == declared
     for status in fexo.Status:
         assert fexo._native.lib.fexo_status_name(status).decode() == f"FEXO_{status.name}"
+
+
+LEAN = "import sys, fexo; fexo.FeXONotificationExtensionHandler(); print(sorted(set(sys.argv[1:]) & set(sys.modules)))"
+
+
+def test_the_namespace_is_the_public_names_and_an_extension_loads_no_more():
+    """dir() and help() show every public name, those loaded on first use included, under the
+    package's own name, and nothing else; a record has its four public fields only."""
+    assert dir(fexo) == sorted(fexo.__all__ + ["__version__"])
+    documentation = pydoc.render_doc(fexo, renderer=pydoc.plaintext)
+    assert set(re.findall(r"^    (?:class )?(\w+)\(", documentation, re.MULTILINE)) == set(fexo.__all__)
+    assert {getattr(fexo, name).__module__ for name in fexo.__all__} == {"fexo"}
+    assert [field.name for field in dataclasses.fields(fexo.Record)] == ["data", "id", "is_read", "json"]
+    host_side = ["typing", "dataclasses", "concurrent.futures", "fexo._service", "fexo._records"]
+    assert run_python(["-c", LEAN] + host_side).stdout == "[]\n"
+
+
+def test_every_c_function_declared_has_its_typed_signature():
+    typed = {name: len(inspect.signature(function).parameters) - 1
+             for name, function in vars(_library.Library).items() if name.startswith("fexo_")}
+    assert typed == {name: len(argtypes) for name, (_, argtypes) in fexo._native.PROTOTYPES.items()}
 
 
 def test_a_change_the_store_refuses_raises_store_error_and_keeps_nothing(server, small_disk):

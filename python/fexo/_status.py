@@ -19,3 +19,5 @@ class Status(enum.IntEnum):
     ERROR_INTERNAL = 8
     ERROR_UNAVAILABLE = 9
     ERROR_STORE = 10
+
+Status.__module__ = "fexo"  # shown, pickled and named in tracebacks by its public name

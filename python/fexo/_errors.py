@@ -1,18 +1,24 @@
 """Exceptions: one per status of the C interface, each carrying the error's domain, code and
 descriptions (a transport error's platform code, a decoding error's description)."""
 
-from . import _native
-from ._native import lib
-from .status import Status
+from __future__ import annotations
+
+from ._native import Pointer, lib
+from ._status import Status
+
+TYPE_CHECKING = False  # as in _native
+if TYPE_CHECKING:
+    from typing import Callable
 
 
 class FeXOError(Exception):
     """A failed call. `description` is the English sentence a user may see,
     `debug_description` the developer's form; `domain` and `code` identify the error."""
 
-    status = None
+    status: Status | None = None
 
-    def __init__(self, description, domain="FeXOErrorDomain", code=0, debug_description=""):
+    def __init__(self, description: str, domain: str = "FeXOErrorDomain", code: int = 0,
+                 debug_description: str = "") -> None:
         super().__init__(description)
         self.description = description
         self.domain = domain
@@ -59,17 +65,22 @@ class ConfigurationError(FeXOError):
     app group name), `name` None and the check's reason."""
     status = Status.ERROR_CONFIGURATION
 
-    def __init__(self, name, reason):
+    def __init__(self, name: str | None, reason: str) -> None:
         super().__init__(f"{name}: {reason}" if name else reason, code=Status.ERROR_CONFIGURATION)
         self.name = name
         self.reason = reason
 
 
-_BY_STATUS = {cls.status: cls for cls in (InvalidArgumentError, DecodingError, EncodingError, TransportError,
-                                          InternalError, UnavailableError, StoreError)}
+_BY_STATUS: dict[int | None, type[FeXOError]] = {
+    cls.status: cls for cls in (InvalidArgumentError, DecodingError, EncodingError, TransportError, InternalError,
+                                UnavailableError, StoreError)}
+
+# Shown, pickled and named in tracebacks by their public names.
+for _public in (FeXOError, ConfigurationError, *_BY_STATUS.values()):
+    _public.__module__ = "fexo"
 
 
-def from_error(status, error):
+def from_error(status: int, error: int | None) -> Exception:
     """The exception for a failed status and its (borrowed) fexo_error, which may be NULL."""
     if status == Status.ERROR_OUT_OF_MEMORY:
         return MemoryError("the FeXO library ran out of memory")
@@ -83,23 +94,27 @@ def from_error(status, error):
                lib.fexo_error_debug_description(error).decode("utf-8", "replace"))
 
 
-def configuration_problem(status, name, reason):
+def configuration_problem(status: int, name: str | None, reason: str | None) -> Exception:
     """The exception for a failed configuration check: StoreError when the store itself cannot be
     opened or made, else ConfigurationError (`name` None for a check of the library's own)."""
     if status == Status.ERROR_OUT_OF_MEMORY:
         return MemoryError("the FeXO library ran out of memory")
     if status == Status.ERROR_STORE:
-        return StoreError(reason, "FeXOStoreErrorDomain", 2)
-    return ConfigurationError(name or None, reason)
+        return StoreError(reason or "", "FeXOStoreErrorDomain", 2)
+    return ConfigurationError(name or None, reason or "")
 
 
-def check(call, *arguments):
-    """Calls a C function whose last parameter is a fexo_error**; raises on failure."""
-    error = _native.ErrorP()
-    status = call(*arguments, _native.ctypes.byref(error))
+def raise_failure(status: int, error: Pointer) -> None:
+    """Raises the exception for `status` unless it is FEXO_OK; frees the error either way."""
     if status == Status.OK:
         return
     try:
-        raise from_error(status, error)
+        raise from_error(status, error.value)
     finally:
-        lib.fexo_error_free(error)
+        lib.fexo_error_free(error.value)
+
+
+def check(call: Callable[..., int], *arguments: object) -> None:
+    """Calls a C function whose last parameter is a fexo_error**; raises on failure."""
+    error = Pointer()
+    raise_failure(call(*arguments, error), error)
