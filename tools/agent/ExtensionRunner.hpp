@@ -16,7 +16,6 @@ namespace fexo::agent {
 using tool::DeliveredContent;
 using tool::deliveredContentJSON;
 using tool::maximumPushBytes;
-using tool::originalContent;
 using tool::printedContent;
 
 struct ExtensionLimits {
