@@ -27,6 +27,7 @@ void InboxLink::logFailure(const std::exception& failure)
 
 bool InboxLink::observe(std::function<void(NotificationCounts)> changed)
 {
+    std::lock_guard lock(mutex_);
     try {
         observation_ = service_.observeNotifications(std::move(changed));
     } catch (const NSException& failure) {
@@ -41,6 +42,7 @@ bool InboxLink::observe(std::function<void(NotificationCounts)> changed)
 
 std::optional<std::uint64_t> InboxLink::unreadCount()
 {
+    std::lock_guard lock(mutex_);
     try {
         return service_.unreadCount();
     } catch (const NSException& failure) {
@@ -51,6 +53,7 @@ std::optional<std::uint64_t> InboxLink::unreadCount()
 
 std::optional<bool> InboxLink::carriesNotification(const std::string& id)
 {
+    std::lock_guard lock(mutex_);
     try {
         const auto record = service_.fetchNotification(id);
         return record && record->carriesNotification();
@@ -62,6 +65,7 @@ std::optional<bool> InboxLink::carriesNotification(const std::string& id)
 
 std::optional<bool> InboxLink::readOrGone(const std::string& id)
 {
+    std::lock_guard lock(mutex_);
     try {
         const auto record = service_.fetchNotification(id);
         return !record || record->isRead == true;
@@ -73,6 +77,7 @@ std::optional<bool> InboxLink::readOrGone(const std::string& id)
 
 void InboxLink::markRead(const std::string& id)
 {
+    std::lock_guard lock(mutex_);
     try {
         // Only a stored record: marking one that is gone would print for nothing.
         if (service_.fetchNotification(id)) service_.markNotificationAsRead(id);

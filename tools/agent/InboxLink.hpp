@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -41,6 +42,7 @@ private:
     InboxLink() = default;
     void logFailure(const std::exception& failure);
 
+    std::mutex mutex_; // one call at a time on the service
     FeXOService service_;
     NotificationObservation observation_;
     std::atomic<bool> failureLogged_{false};
