@@ -482,6 +482,13 @@ TEST(Agent, OneAgentPerUserAndItsStateIsPrivate)
     EXPECT_EQ(second.exitCode, 1);
     EXPECT_EQ(second.standardError, "fexo-agent: another agent already serves this user (it holds " +
                                         (folder / "agent.lock").string() + ")\n");
+    // Another user's state (or none) cannot share this session bus's name either.
+    const auto elsewhere =
+        ChildProcess::run("/usr/bin/env", {"XDG_STATE_HOME=" + (desktop.directory() / "other").string(),
+                                           agentProgram.string(), "run", "--extension=" + misbehave + " crash"});
+    EXPECT_EQ(elsewhere.exitCode, 1);
+    EXPECT_EQ(elsewhere.standardError, "fexo-agent: another agent already serves this user on this session bus (it "
+                                       "owns org.fexo.NotificationAgent1)\n");
     const auto id = desktop.push(pushWithAlert("after the damage"));
     EXPECT_EQ(contentOf(desktop.delivered(1), id),
               R"({"title":"Original","body":"after the damage","rewritten":false,"id":null})");

@@ -71,9 +71,8 @@ tool::DeliveredContent alertOf(const std::string& userInfoJSON)
 } // namespace
 
 NotificationAgent::NotificationAgent(std::unique_ptr<sdbus::IConnection> connection, const ExtensionRunner& runner,
-                                     QueueDatabase& queue, std::unique_ptr<InboxLink> inbox, AgentSettings settings)
-    : settings_(std::move(settings)), connection_(std::move(connection)), queue_(queue), inbox_(std::move(inbox)),
-      runner_(runner)
+                                     QueueDatabase& queue, AgentSettings settings)
+    : settings_(std::move(settings)), connection_(std::move(connection)), queue_(queue), runner_(runner)
 {
     wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     inboxWake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -96,8 +95,6 @@ NotificationAgent::NotificationAgent(std::unique_ptr<sdbus::IConnection> connect
     events.ownerChanged = [this](const std::string& owner) { ownerChanged(owner); };
     desktop_ = std::make_unique<DesktopNotifications>(*connection_, std::move(events));
     scopes_ = std::make_unique<AppScopes>(*connection_);
-    if (!settings_.desktopEntry.empty() && inbox_)
-        badge_ = std::make_unique<LauncherBadge>(*connection_, settings_.desktopEntry);
 
     object_ = sdbus::createObject(*connection_, agentObjectPath);
     object_->registerMethod("Push")
@@ -121,6 +118,9 @@ NotificationAgent::NotificationAgent(std::unique_ptr<sdbus::IConnection> connect
         throw;
     }
 
+    inbox_ = InboxLink::open();
+    if (!settings_.desktopEntry.empty() && inbox_)
+        badge_ = std::make_unique<LauncherBadge>(*connection_, settings_.desktopEntry);
     scheduler_ = std::make_unique<PushScheduler>(
         runner_, queue_, settings_.concurrency,
         [this](QueuedPush push, ExtensionRun run) { finish(std::move(push), std::move(run)); });

@@ -66,10 +66,10 @@ public:
 class NotificationAgent {
 public:
     // Registers the object and takes the well-known name; throws NameTaken when another
-    // connection owns it, sdbus::Error when the bus fails. `runner` and `queue` must outlive the
-    // agent; `inbox` may be null.
+    // connection owns it, sdbus::Error when the bus fails. Then links the inbox (InboxLink::open)
+    // and takes up what the queue holds. `runner` and `queue` must outlive the agent.
     NotificationAgent(std::unique_ptr<sdbus::IConnection> connection, const ExtensionRunner& runner,
-                      QueueDatabase& queue, std::unique_ptr<InboxLink> inbox, AgentSettings settings);
+                      QueueDatabase& queue, AgentSettings settings);
     ~NotificationAgent();
     NotificationAgent(const NotificationAgent&) = delete;
     NotificationAgent& operator=(const NotificationAgent&) = delete;

@@ -1,5 +1,4 @@
 #include <agent/AgentCommands.hpp>
-#include <agent/InboxLink.hpp>
 #include <agent/MemoryCgroup.hpp>
 #include <agent/NotificationAgent.hpp>
 #include <agent/QueueDatabase.hpp>
@@ -73,7 +72,7 @@ int serve(const RunOptions& options)
     settings.hostCommand = options.hostCommand;
     settings.desktopEntry = options.desktopEntry;
     try {
-        NotificationAgent agent(std::move(connection), runner, *queue, InboxLink::open(), settings);
+        NotificationAgent agent(std::move(connection), runner, *queue, settings);
         std::cerr << "fexo-agent: serving " << agentBusName << "; extension: " << joined(command)
                   << "; limits: " << options.timeLimitSeconds << " s, " << options.memoryLimitMiB << " MiB by "
                   << runner.memoryEnforcement() << (noCgroup.empty() ? "" : " (" + noCgroup + ")") << "; "
