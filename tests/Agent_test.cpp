@@ -689,6 +689,29 @@ TEST(Agent, AClickWithoutAHostCommandOpensTheDesktopEntryAsALauncherWould)
     desktop.delivered(1);
     desktop.click(1, "default", "token-2");
     EXPECT_EQ(readFifo(fifo), "token-2|quoted $arg|Beispiel|" + entry.string() + "|--icon|example-icon|--share=100%");
+    EXPECT_EQ(agent.stop(SIGTERM), 0);
+
+    // An app that the bus activates is asked to, with the token.
+    std::ofstream(entry.parent_path() / "org.example.Activated.desktop")
+        << "[Desktop Entry]\nType=Application\nName=Activated\nDBusActivatable=true\nExec=false\n";
+    Completion<std::map<std::string, sdbus::Variant>> activated;
+    auto app = sdbus::createObject(desktop.connection(), "/org/example/Activated");
+    app->registerMethod("Activate")
+        .onInterface("org.freedesktop.Application")
+        .implementedAs([handler = activated.handler()](const std::map<std::string, sdbus::Variant>& platform) {
+            handler(platform);
+        });
+    app->finishRegistration();
+    desktop.connection().requestName("org.example.Activated");
+    Agent activating({"--extension=" + misbehave + " crash", "--desktop-entry", "org.example.Activated"});
+    activating.waitFor("serving");
+    desktop.push(pushWithAlert("activate the app"));
+    desktop.delivered(2);
+    desktop.click(2, "open", "token-3");
+    const auto platform = activated.wait();
+    ASSERT_TRUE(platform);
+    EXPECT_EQ(platform->at("activation-token").get<std::string>(), "token-3");
+    EXPECT_EQ(platform->at("desktop-startup-id").get<std::string>(), "token-3");
 }
 
 TEST(Agent, WithoutAConfigurationShowsPushesWithoutTheInbox)
