@@ -151,7 +151,7 @@ TEST(ServeCommand, BindsItsPortAloneAndWarnsOfTheDocumentedSecretBeyondLoopback)
     const auto busy = fexo::test::ChildProcess::run(FEXO_TOOL_PATH, second);
     EXPECT_EQ(busy.exitCode, 1);
     EXPECT_EQ(busy.standardError,
-              "fexo: cannot listen on 127.0.0.1 port " + baseURL.substr(17) + ": Address already in use\n");
+              "fexo-devserver: cannot listen on 127.0.0.1 port " + baseURL.substr(17) + ": Address already in use\n");
     EXPECT_EQ(serving.stop(SIGTERM), 0);
 
     // The warning comes before the server's address, on standard error.
@@ -162,7 +162,7 @@ TEST(ServeCommand, BindsItsPortAloneAndWarnsOfTheDocumentedSecretBeyondLoopback)
                                       fexo::test::ChildProcess::StandardError::onStandardOutput);
         const std::string first = open.readLine();
         EXPECT_EQ(open.stop(SIGTERM), 0) << host;
-        return first.starts_with("fexo: warning: serving on " + host);
+        return first.starts_with("fexo-devserver: warning: serving on " + host);
     };
     EXPECT_TRUE(warned("0.0.0.0", "dev-client-secret-change-me"));
     EXPECT_FALSE(warned("0.0.0.0", "a-secret-of-its-own"));

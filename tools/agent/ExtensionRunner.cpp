@@ -1,9 +1,7 @@
 #include <agent/ExtensionRunner.hpp>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,23 +17,6 @@ namespace {
 constexpr std::chrono::milliseconds residentWatchInterval{10};
 // Only the last line counts; a process that prints more than this keeps its tail.
 constexpr std::size_t maximumOutputBytes = 1 << 20;
-
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) { }
-    ~Descriptor() { reset(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return descriptor_; }
-    void reset(int descriptor = -1)
-    {
-        if (descriptor_ >= 0) ::close(descriptor_);
-        descriptor_ = descriptor;
-    }
-
-private:
-    int descriptor_;
-};
 
 std::size_t residentBytes(pid_t pid)
 {
@@ -78,112 +59,94 @@ std::string ExtensionRunner::memoryEnforcement() const
     return "resident memory watched every " + std::to_string(residentWatchInterval.count()) + " ms";
 }
 
-ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& name) const
+std::unique_ptr<ExtensionProcess> ExtensionRunner::spawn(const std::string& name, std::string& failure) const
 {
-    int toChild[2], fromChild[2];
-    if (::pipe2(toChild, O_CLOEXEC) != 0) return {std::nullopt, std::string("cannot start: ") + std::strerror(errno)};
-    Descriptor inputRead(toChild[0]), inputWrite(toChild[1]);
-    if (::pipe2(fromChild, O_CLOEXEC) != 0) return {std::nullopt, std::string("cannot start: ") + std::strerror(errno)};
-    Descriptor outputRead(fromChild[0]), outputWrite(fromChild[1]);
-
-    const auto leaf = cgroup_ ? cgroup_->makeLeaf(name, limits_.memoryBytes) : nullptr;
-    if (cgroup_ && !leaf) return {std::nullopt, "cannot make its cgroup"};
-    const int procs = leaf ? leaf->processesDescriptor() : -1;
-
-    // Everything the child touches is prepared here: after fork only async-signal-safe calls.
-    std::vector<char*> argv;
-    for (const auto& argument : command_) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-
-    // Closed by a successful exec; carries errno when exec fails. Until then the child is a copy
-    // of this process, whose resident memory must not count against the extension.
-    int execReport[2];
-    if (::pipe2(execReport, O_CLOEXEC) != 0)
-        return {std::nullopt, std::string("cannot start: ") + std::strerror(errno)};
-    Descriptor reportRead(execReport[0]), reportWrite(execReport[1]);
-
-    const pid_t pid = ::fork();
-    if (pid < 0) return {std::nullopt, std::string("cannot start: ") + std::strerror(errno)};
-    if (pid == 0) {
-        if (procs >= 0 && ::write(procs, "0", 1) != 1) ::_exit(126);
-        ::setpgid(0, 0);
-        sigset_t all;
-        ::sigemptyset(&all);
-        ::sigprocmask(SIG_SETMASK, &all, nullptr);
-        struct sigaction standard { };
-        standard.sa_handler = SIG_DFL;
-        ::sigaction(SIGPIPE, &standard, nullptr);
-        if (::dup2(toChild[0], 0) < 0 || ::dup2(fromChild[1], 1) < 0) ::_exit(126);
-        ::execvp(argv[0], argv.data());
-        const int failure = errno;
-        [[maybe_unused]] auto reported = ::write(execReport[1], &failure, sizeof failure);
-        ::_exit(127);
+    auto leaf = cgroup_ ? cgroup_->makeLeaf(name, limits_.memoryBytes) : nullptr;
+    if (cgroup_ && !leaf) {
+        failure = "cannot make its cgroup";
+        return nullptr;
     }
-    ::setpgid(pid, pid); // also here, so that a kill before the child ran reaches its group
-    inputRead.reset();
-    outputWrite.reset();
-    reportWrite.reset();
-    int execFailure = 0;
-    ssize_t reported;
-    while ((reported = ::read(reportRead.get(), &execFailure, sizeof execFailure)) < 0 && errno == EINTR) { }
-    if (reported > 0) {
-        while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) { }
-        return {std::nullopt, "could not run " + command_.front() + ": " + std::strerror(execFailure)};
-    }
-    Descriptor exited(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-    ::fcntl(inputWrite.get(), F_SETFL, O_NONBLOCK);
-    ::fcntl(outputRead.get(), F_SETFL, O_NONBLOCK);
+    return ExtensionProcess::start(command_, std::move(leaf), failure);
+}
 
+Supervision ExtensionRunner::supervise(ExtensionProcess& process, const std::string& input, int stop) const
+{
     const auto deadline = std::chrono::steady_clock::now() + limits_.time;
+    const bool watchResident = process.leaf() == nullptr;
+    Supervision seen;
     std::size_t written = 0;
-    std::string output;
-    std::string killed;
     char buffer[65536];
+    // True when the output has ended (or failed).
     const auto drain = [&] {
         for (;;) {
-            const ssize_t got = ::read(outputRead.get(), buffer, sizeof buffer);
+            const ssize_t got = ::read(process.outputDescriptor(), buffer, sizeof buffer);
             if (got <= 0) return got == 0 || (errno != EAGAIN && errno != EINTR);
-            output.append(buffer, static_cast<std::size_t>(got));
-            if (output.size() > maximumOutputBytes) output.erase(0, output.size() - maximumOutputBytes / 2);
+            seen.output.append(buffer, static_cast<std::size_t>(got));
+            if (seen.output.size() > maximumOutputBytes)
+                seen.output.erase(0, seen.output.size() - maximumOutputBytes / 2);
         }
     };
-    if (input.empty()) inputWrite.reset();
+    if (input.empty()) process.closeInput();
 
-    while (exited.get() >= 0) {
+    for (;;) {
         const auto now = std::chrono::steady_clock::now();
         if (now >= deadline) {
-            killed = "killed at the time limit of " + seconds(limits_.time);
+            seen.limit = "killed at the time limit of " + seconds(limits_.time);
             break;
         }
-        if (!leaf && residentBytes(pid) > limits_.memoryBytes) {
-            killed = "killed at the memory limit of " + std::to_string(limits_.memoryBytes >> 20) + " MiB";
+        if (watchResident && residentBytes(process.processGroup()) > limits_.memoryBytes) {
+            seen.limit = "killed at the memory limit of " + std::to_string(limits_.memoryBytes >> 20) + " MiB";
             break;
         }
         auto wait =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now) + std::chrono::milliseconds(1);
-        if (!leaf) wait = std::min(wait, residentWatchInterval);
-        pollfd watched[3] = {{exited.get(), POLLIN, 0}, {outputRead.get(), POLLIN, 0}, {inputWrite.get(), POLLOUT, 0}};
-        if (::poll(watched, 3, static_cast<int>(wait.count())) < 0 && errno != EINTR) break;
-        if (watched[2].revents != 0) {
-            const ssize_t sent = ::write(inputWrite.get(), input.data() + written, input.size() - written);
-            if (sent > 0) written += static_cast<std::size_t>(sent);
-            if ((sent < 0 && errno != EAGAIN && errno != EINTR) || written == input.size()) inputWrite.reset();
+        if (watchResident) wait = std::min(wait, residentWatchInterval);
+        pollfd watched[4] = {{process.exitDescriptor(), POLLIN, 0},
+                             {process.outputDescriptor(), POLLIN, 0},
+                             {process.inputDescriptor(), POLLOUT, 0},
+                             {stop, POLLIN, 0}};
+        if (::poll(watched, 4, static_cast<int>(wait.count())) < 0 && errno != EINTR) {
+            seen.limit = std::string("killed: cannot watch it: ") + std::strerror(errno);
+            break;
         }
-        if (watched[1].revents != 0 && drain()) outputRead.reset();
+        if (watched[3].revents != 0) {
+            seen.limit = "killed because the agent stops";
+            seen.stopped = true;
+            break;
+        }
+        if (watched[2].revents != 0) {
+            const ssize_t sent = ::write(process.inputDescriptor(), input.data() + written, input.size() - written);
+            if (sent > 0) written += static_cast<std::size_t>(sent);
+            if ((sent < 0 && errno != EAGAIN && errno != EINTR) || written == input.size()) process.closeInput();
+        }
+        if (watched[1].revents != 0 && drain()) process.closeOutput();
         if (watched[0].revents != 0) break;
     }
-    if (exited.get() < 0) killed = "cannot watch it"; // no process descriptor: never leave it running unwatched
-    if (!killed.empty()) ::kill(-pid, SIGKILL);
-    int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) { }
-    if (outputRead.get() >= 0) drain();
+    // The group goes whether the leader ended or not: nothing of an extension outlives its push.
+    process.kill();
+    seen.status = process.reap();
+    if (process.outputDescriptor() >= 0) drain();
+    return seen;
+}
 
+ExtensionRun ExtensionRunner::verdict(const ExtensionProcess& process, const Supervision& supervision) const
+{
     ExtensionRun result;
-    result.ending = killed.empty() ? describe(status) : killed;
-    if (leaf && leaf->killedAtMemoryLimit())
+    result.stopped = supervision.stopped;
+    result.ending = supervision.limit.empty() ? describe(supervision.status) : supervision.limit;
+    if (process.leaf() && process.leaf()->killedAtMemoryLimit())
         result.ending = "killed at the memory limit of " + std::to_string(limits_.memoryBytes >> 20) + " MiB";
-    result.content = printedContent(output);
+    if (!result.stopped) result.content = printedContent(supervision.output);
     return result;
+}
+
+ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& name) const
+{
+    std::string failure;
+    const auto process = spawn(name, failure);
+    if (!process || !process->release(failure))
+        return {std::nullopt, "could not run " + command_.front() + ": " + failure};
+    return verdict(*process, supervise(*process, input, -1));
 }
 
 } // namespace fexo::agent

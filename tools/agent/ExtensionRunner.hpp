@@ -1,5 +1,6 @@
 #pragma once
 
+#include <agent/ExtensionProcess.hpp>
 #include <agent/MemoryCgroup.hpp>
 #include <common/DeliveredContent.hpp>
 
@@ -15,7 +16,6 @@ namespace fexo::agent {
 using tool::DeliveredContent;
 using tool::deliveredContentJSON;
 using tool::maximumPushBytes;
-using tool::originalContent;
 using tool::printedContent;
 
 struct ExtensionLimits {
@@ -28,25 +28,50 @@ struct ExtensionLimits {
 struct ExtensionRun {
     std::optional<DeliveredContent> content;
     std::string ending;
+    bool stopped = false; // killed because the agent stops: no verdict on the push
 };
 
-// Runs the extension program once per push, each run in a process of its own (and its own
-// process group) that gets the push's JSON on standard input. The time limit runs from the
-// start; the memory limit is the cgroup's memory.max when a delegated cgroup is given, else
-// the process's resident set, read while it runs. At either limit the process and its group
-// are killed. The child's standard error is this process's.
-// Thread rules: run() may be called from several threads at once.
+// What supervision saw of one process, before any verdict.
+struct Supervision {
+    int status = 0;     // its wait status
+    std::string output; // the tail of its standard output
+    std::string limit;  // the limit it was killed at, in words; empty when it ended on its own
+    bool stopped = false;
+};
+
+// Runs the extension program for pushes, each run in a process of its own (and its own process
+// group) that gets the push's JSON on standard input. The time limit runs from the release; the
+// memory limit is the cgroup's memory.max when a delegated cgroup is given, else the process's
+// resident set, read while it runs. At either limit the process and its group are killed. The
+// child's standard error is this process's.
+//
+// One run is spawn() (held before the program runs), ExtensionProcess::release(), supervise()
+// and verdict(). Thread rules: every member may be called from several threads at once; a
+// process is spawned, supervised and destroyed on one thread.
 class ExtensionRunner {
 public:
     // `command` is the program and its arguments; `cgroup` may be null.
     ExtensionRunner(std::vector<std::string> command, ExtensionLimits limits, std::unique_ptr<MemoryCgroup> cgroup);
 
-    // Runs the program to its end with `input`; `name` names its cgroup. Blocks at most about
-    // the time limit (plus the time to reap a killed process).
+    // A held process for one push; `name` names its cgroup. Null, with `failure` in words, when
+    // it cannot be started.
+    std::unique_ptr<ExtensionProcess> spawn(const std::string& name, std::string& failure) const;
+
+    // Feeds `input` to the released process and collects its output until it ends, passes a
+    // limit, or `stop` (a descriptor, -1 for none) becomes readable; then kills what is left of
+    // its group and reaps it. Blocks at most about the time limit.
+    Supervision supervise(ExtensionProcess& process, const std::string& input, int stop) const;
+
+    // The content it delivered (its last line, when that is content and it was not killed) and
+    // how it ended.
+    ExtensionRun verdict(const ExtensionProcess& process, const Supervision& supervision) const;
+
+    // spawn, release, supervise and verdict in one, for a push whose start need not be recorded.
     ExtensionRun run(const std::string& input, const std::string& name) const;
 
     // "cgroup memory.max under <path>" or "resident memory watched every 10 ms".
     std::string memoryEnforcement() const;
+    const std::vector<std::string>& command() const { return command_; }
 
 private:
     std::vector<std::string> command_;

@@ -1,5 +1,6 @@
 #include <agent/AgentCommands.hpp>
 #include <agent/NotificationAgent.hpp>
+#include <agent/RunOptions.hpp>
 #include <common/DeliveredContent.hpp>
 
 #include <sdbus-c++/sdbus-c++.h>
@@ -24,7 +25,7 @@ std::optional<std::string> readPush(const std::string& name)
     if (!name.empty() && name != "-") {
         file.open(name, std::ios::binary);
         if (!file) {
-            std::cerr << "fexo: cannot read " << name << ": " << std::strerror(errno) << std::endl;
+            std::cerr << "fexo-agent: cannot read " << name << ": " << std::strerror(errno) << std::endl;
             return std::nullopt;
         }
         input = &file;
@@ -43,7 +44,7 @@ int push(const std::string& inputName, double waitSeconds)
     try {
         connection = sdbus::createSessionBusConnection();
     } catch (const sdbus::Error& error) {
-        std::cerr << "fexo: no session bus: " << error.getMessage() << std::endl;
+        std::cerr << "fexo-agent: no session bus: " << error.getMessage() << std::endl;
         return 1;
     }
     try {
@@ -54,20 +55,19 @@ int push(const std::string& inputName, double waitSeconds)
             .onInterface(agentInterface)
             .call(
                 [&delivered](const std::string& id, const std::string& title, const std::string& body, bool rewritten) {
-                    delivered[id] = {title, body, rewritten};
+                    delivered[id] = {title, body, rewritten, std::nullopt};
                 });
         agent->finishRegistration();
 
         std::string requestId;
         agent->callMethod("Push").onInterface(agentInterface).withArguments(*userInfoJSON).storeResultsTo(requestId);
-        const auto deadline =
-            std::chrono::steady_clock::now() + std::chrono::milliseconds(static_cast<long long>(waitSeconds * 1000));
+        const auto deadline = std::chrono::steady_clock::now() + durationOf(waitSeconds);
         while (delivered.find(requestId) == delivered.end()) {
             if (connection->processPendingRequest()) continue;
             const auto left =
                 std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             if (left.count() <= 0) {
-                std::cerr << "fexo: no Delivered for push " << requestId << " within " << waitSeconds << " s"
+                std::cerr << "fexo-agent: no Delivered for push " << requestId << " within " << waitSeconds << " s"
                           << std::endl;
                 return 1;
             }
@@ -79,7 +79,7 @@ int push(const std::string& inputName, double waitSeconds)
         std::cout << deliveredContentJSON(content) << std::endl;
         return content.rewritten ? 0 : 3;
     } catch (const sdbus::Error& error) {
-        std::cerr << "fexo: " << error.getName() << ": " << error.getMessage() << std::endl;
+        std::cerr << "fexo-agent: " << error.getName() << ": " << error.getMessage() << std::endl;
         return 1;
     }
 }
@@ -97,7 +97,7 @@ void addPushCommand(CLI::App& app, int& exitCode)
         ->capture_default_str();
     command->add_option("--wait", *wait, "Seconds to wait for the delivery")
         ->capture_default_str()
-        ->check(CLI::Range(0.001, 86400.0));
+        ->check(finitePositive("seconds"));
     command->callback([input, wait, &exitCode] { exitCode = push(*input, *wait); });
 }
 

@@ -1,50 +1,55 @@
 #include <agent/AgentCommands.hpp>
 #include <agent/MemoryCgroup.hpp>
 #include <agent/NotificationAgent.hpp>
+#include <agent/QueueDatabase.hpp>
+#include <agent/RunOptions.hpp>
+#include <agent/StateDirectory.hpp>
 
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <signal.h>
 
-#include <filesystem>
 #include <iostream>
-#include <sstream>
 
 namespace fexo::agent {
 
 namespace {
 
-struct RunOptions {
-    std::string extension; // program and arguments, separated by blanks
-    double timeLimitSeconds = 30;
-    double memoryLimitMiB = 24;
-    AgentSettings settings;
-};
-
-// `fexo handle-push`, from the directory of this executable (where fexo is installed beside it).
-std::string defaultExtension()
+std::string joined(const std::vector<std::string>& words)
 {
-    std::error_code error;
-    const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
-    return (error ? std::filesystem::path("fexo") : self.parent_path() / "fexo").string() + " handle-push";
-}
-
-std::vector<std::string> words(const std::string& text)
-{
-    std::istringstream stream(text);
-    std::vector<std::string> result;
-    for (std::string word; stream >> word;) result.push_back(word);
-    return result;
+    std::string text;
+    for (const auto& word : words) text += (text.empty() ? "" : " ") + word;
+    return text;
 }
 
 int serve(const RunOptions& options)
 {
+    // Checked here as well as while parsing: the default extension is looked up only now.
+    const auto command = options.extensionCommand();
+    std::string reason;
+    if (!executableProgram(command.front(), reason)) {
+        std::cerr << "fexo-agent: " << reason << std::endl;
+        return 1;
+    }
+
     sigset_t stop;
     ::sigemptyset(&stop);
     ::sigaddset(&stop, SIGTERM);
     ::sigaddset(&stop, SIGINT);
     ::pthread_sigmask(SIG_BLOCK, &stop, nullptr); // before any thread starts: run() takes them
     ::signal(SIGPIPE, SIG_IGN);                   // an extension that ends before reading its input
+
+    // One agent per user: the lock on the state folder says so before anything else is touched.
+    std::unique_ptr<StateDirectory> state;
+    if (const auto location = StateDirectory::location()) {
+        state = std::make_unique<StateDirectory>(*location);
+        if (!state->prepare(reason) || !state->lock(reason)) {
+            std::cerr << "fexo-agent: " << reason << std::endl;
+            if (state->heldElsewhere()) return 1;
+            state.reset(); // no folder of its own: the queue lives in memory
+        }
+    }
+    const auto queue = QueueDatabase::open(state ? state->path() : std::filesystem::path());
 
     std::unique_ptr<sdbus::IConnection> connection;
     try {
@@ -53,21 +58,30 @@ int serve(const RunOptions& options)
         std::cerr << "fexo-agent: no session bus: " << error.getMessage() << std::endl;
         return 1;
     }
-    const auto command = words(options.extension.empty() ? defaultExtension() : options.extension);
     ExtensionLimits limits;
-    limits.time = std::chrono::milliseconds(static_cast<long long>(options.timeLimitSeconds * 1000));
-    limits.memoryBytes = static_cast<std::size_t>(options.memoryLimitMiB * 1024 * 1024);
+    limits.time = options.timeLimit();
+    limits.memoryBytes = options.memoryLimitBytes();
     std::string noCgroup;
     auto cgroup = MemoryCgroup::delegated(noCgroup);
     const ExtensionRunner runner(command, limits, std::move(cgroup));
+    AgentSettings settings;
+    settings.concurrency = options.concurrency;
+    settings.queueCapacity = options.queueCapacity;
+    settings.appName = options.appName;
+    settings.icon = options.icon;
+    settings.hostCommand = options.hostCommand;
+    settings.desktopEntry = options.desktopEntry;
     try {
-        NotificationAgent agent(std::move(connection), runner, options.settings);
-        std::cerr << "fexo-agent: serving " << agentBusName << "; extension: " << options.extension
-                  << (options.extension.empty() ? defaultExtension() : "") << "; limits: " << options.timeLimitSeconds
-                  << " s, " << options.memoryLimitMiB << " MiB by " << runner.memoryEnforcement()
-                  << (noCgroup.empty() ? "" : " (" + noCgroup + ")") << "; " << options.settings.concurrency
-                  << " at once, " << options.settings.queueCapacity << " waiting at most" << std::endl;
+        NotificationAgent agent(std::move(connection), runner, *queue, settings);
+        std::cerr << "fexo-agent: serving " << agentBusName << "; extension: " << joined(command)
+                  << "; limits: " << options.timeLimitSeconds << " s, " << options.memoryLimitMiB << " MiB by "
+                  << runner.memoryEnforcement() << (noCgroup.empty() ? "" : " (" + noCgroup + ")") << "; "
+                  << options.concurrency << " at once, " << options.queueCapacity << " waiting at most; queue "
+                  << (queue->durable() ? queue->path() : "in memory") << std::endl;
         return agent.run();
+    } catch (const NameTaken& taken) {
+        std::cerr << "fexo-agent: " << taken.what() << std::endl;
+        return 1;
     } catch (const sdbus::Error& error) {
         std::cerr << "fexo-agent: cannot serve " << agentBusName << ": " << error.getMessage() << std::endl;
         return 1;
@@ -79,28 +93,9 @@ int serve(const RunOptions& options)
 void addRunCommand(CLI::App& app, int& exitCode)
 {
     auto options = std::make_shared<RunOptions>();
-    auto* command = app.add_subcommand("run", "Serve org.fexo.NotificationAgent1 on the session bus: run the "
-                                              "extension for each push and show what it delivers");
-    command->add_option("--extension", options->extension,
-                        "The extension program and its arguments, separated by blanks; it reads the push's "
-                        "JSON on standard input and prints the content as its last line (default: fexo handle-push)");
-    command->add_option("--time-limit", options->timeLimitSeconds, "Seconds an extension may run")
-        ->capture_default_str()
-        ->check(CLI::Range(0.001, 86400.0));
-    command->add_option("--memory-limit", options->memoryLimitMiB, "MiB of resident memory an extension may use")
-        ->capture_default_str()
-        ->check(CLI::Range(1.0, 1048576.0));
-    command->add_option("--concurrency", options->settings.concurrency, "Extension processes at once")
-        ->capture_default_str()
-        ->check(CLI::Range(1, 1024));
-    command->add_option("--queue", options->settings.queueCapacity, "Pushes that may wait for an extension")
-        ->capture_default_str()
-        ->check(CLI::Range(0, 1000000));
-    command->add_option("--app-name", options->settings.appName, "Application name of the notifications")
-        ->capture_default_str();
-    command->add_option("--host-command", options->settings.hostCommand,
-                        "Shell command run when a notification's default action is chosen "
-                        "(FEXO_REQUEST_ID holds the push's request id)");
+    auto* command = app.add_subcommand("run", "Serve org.fexo.NotificationAgent1 on the session bus: keep each "
+                                              "push, run the extension for it and show what it delivers");
+    addRunOptions(*command, *options);
     command->callback([options, &exitCode] { exitCode = serve(*options); });
 }
 

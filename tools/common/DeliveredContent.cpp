@@ -4,28 +4,6 @@
 
 namespace fexo::tool {
 
-namespace {
-
-std::string stringAt(const nlohmann::json& object, const char* key)
-{
-    const auto found = object.find(key);
-    return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
-
-} // namespace
-
-DeliveredContent originalContent(const nlohmann::json& userInfo)
-{
-    if (!userInfo.is_object()) return {};
-    const auto aps = userInfo.find("aps");
-    if (aps == userInfo.end() || !aps->is_object()) return {};
-    const auto alert = aps->find("alert");
-    if (alert == aps->end()) return {};
-    if (alert->is_string()) return {"", alert->get<std::string>(), false};
-    if (!alert->is_object()) return {};
-    return {stringAt(*alert, "title"), stringAt(*alert, "body"), false};
-}
-
 std::optional<DeliveredContent> printedContent(std::string_view output)
 {
     while (!output.empty() && (output.back() == '\n' || output.back() == '\r' || output.back() == ' '))

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
-
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -24,11 +22,6 @@ struct DeliveredContent {
 
     bool operator==(const DeliveredContent&) const = default;
 };
-
-// The push's original alert, delivered when the library does not: "aps.alert" as an object's
-// "title" and "body", or as the body when it is text; empty strings where absent or of another
-// kind.
-DeliveredContent originalContent(const nlohmann::json& userInfo);
 
 // The line an extension prints last: {"title":…,"body":…,"rewritten":…,"id":…}, "id" null when
 // there is none.

@@ -1,6 +1,6 @@
 #include <common/ToolName.hpp>
 
-#include <string_view>
+#include <utility>
 
 namespace fexo::tool {
 
@@ -14,13 +14,9 @@ std::string& name()
 
 } // namespace
 
-void setToolName(const char* argv0)
+void setToolName(std::string executable)
 {
-    if (argv0 == nullptr || *argv0 == '\0') return;
-    const std::string_view path = argv0;
-    const auto slash = path.find_last_of('/');
-    const std::string_view base = slash == std::string_view::npos ? path : path.substr(slash + 1);
-    if (!base.empty()) name() = std::string(base);
+    name() = std::move(executable);
 }
 
 const std::string& toolName()

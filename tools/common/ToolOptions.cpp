@@ -8,6 +8,7 @@
 #include <FeXOPlatform/NSException.hpp>
 
 #include <cstdlib>
+#include <filesystem>
 
 namespace fexo::tool {
 
@@ -19,7 +20,6 @@ void ToolOptions::apply() const
 
 void addToolOptions(CLI::App& app, ToolOptions& options, const std::string& description)
 {
-    app.name(toolName());
     app.description(toolName() + ": " + description);
     app.require_subcommand(1);
     app.fallthrough();
@@ -31,6 +31,9 @@ void addToolOptions(CLI::App& app, ToolOptions& options, const std::string& desc
 
 int parseAndRun(CLI::App& app, int argc, char** argv, const int& exitCode)
 {
+    // Usage lines name the command as typed, without the folder it was found in: "fexo serve",
+    // also where fexo handed the command over to a sibling with its own argument vector.
+    if (argc > 0 && argv[0] != nullptr) app.name(std::filesystem::path(argv[0]).filename().string());
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

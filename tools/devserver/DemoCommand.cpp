@@ -73,28 +73,42 @@ public:
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;
 
-    // Its output up to the first `until` (or ten seconds, or its end).
+    // Its output up to the end of the first line that holds `until` (or ten seconds, or its end);
+    // what follows stays for the next call.
     std::string firstWords(std::string_view until = "serv")
     {
-        std::string said;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (pid_ > 0 && said.find(until) == std::string::npos) {
+        for (;;) {
+            const auto found = pending_.find(until);
+            const auto end = found == std::string::npos ? std::string::npos
+                             : until == "\n"            ? found
+                                                        : pending_.find('\n', found);
+            if (end != std::string::npos) {
+                std::string said = pending_.substr(0, end);
+                pending_.erase(0, end + 1);
+                return said;
+            }
             const auto left =
                 std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             pollfd ready{errors_, POLLIN, 0};
-            if (left.count() <= 0 || ::poll(&ready, 1, static_cast<int>(left.count())) <= 0) break;
             char buffer[512];
-            const auto n = ::read(errors_, buffer, sizeof buffer);
-            if (n <= 0) break;
-            said.append(buffer, static_cast<std::size_t>(n));
+            ssize_t n = 0;
+            if (pid_ <= 0 || left.count() <= 0 || ::poll(&ready, 1, static_cast<int>(left.count())) <= 0 ||
+                (n = ::read(errors_, buffer, sizeof buffer)) <= 0) {
+                std::string said = std::move(pending_);
+                pending_.clear();
+                while (!said.empty() && said.back() == '\n') said.pop_back();
+                return said;
+            }
+            pending_.append(buffer, static_cast<std::size_t>(n));
         }
-        while (!said.empty() && said.back() == '\n') said.pop_back();
-        return said;
     }
+    bool started() const { return pid_ > 0; }
 
 private:
     pid_t pid_ = 0;
     int errors_ = -1;
+    std::string pending_;
 };
 
 class Demo {
@@ -209,10 +223,12 @@ private:
     }
 
     // Ends with the agent: where a session bus is there, a push goes through `fexo-agent`, which
-    // runs `fexo handle-push` for it and shows the delivered content on the desktop. The demo
-    // starts an agent of its own with the demo's configuration; where another agent already
-    // serves the bus name, that one takes the push (and, with its own configuration, shows the
-    // push's original alert).
+    // runs `fexo handle-push` for it and shows the delivered content on the desktop; the app's
+    // launcher badge counts it, and when the app reads the record the agent withdraws the
+    // notification and the badge follows (both watched with dbus-monitor, where it is installed).
+    // The demo starts an agent of its own with the demo's configuration and state; where another
+    // agent already serves the bus name, that one takes the push (and, with its own
+    // configuration, shows the push's original alert).
     bool showThroughAgent(const std::filesystem::path& directory)
     {
         if (std::getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
@@ -227,15 +243,57 @@ private:
         const auto pushFile = directory / "push.json";
         std::ofstream(pushFile) << *push;
         ::setenv("FEXO_RESOURCES_DIR", directory.c_str(), 1);
+        ::setenv("XDG_STATE_HOME", (directory / "state").c_str(), 1);
+        const std::string desktopEntry = "com.example.fexo.demo";
+        AgentProcess badges(
+            "/usr/bin/dbus-monitor",
+            {"--session", "type='signal',interface='com.canonical.Unity.LauncherEntry',member='Update'"},
+            STDOUT_FILENO);
+        const bool watchingBadges =
+            badges.started() && badges.firstWords("NameLost").find("NameLost") != std::string::npos;
+        // The count of the next badge update, or nothing.
+        const auto nextBadge = [&]() -> std::optional<std::string> {
+            if (!watchingBadges) return std::nullopt;
+            const std::string update = badges.firstWords("int64");
+            const auto count = update.rfind("int64");
+            if (count == std::string::npos) return std::nullopt;
+            return update.substr(update.find_first_not_of(' ', count + 5));
+        };
         const auto extension = siblingProgram("fexo").string() + " handle-push";
-        AgentProcess own(agent, {"run", "--extension", extension, "--app-name", "FeXO demo"});
-        writeTerminalLine(std::cout, "   " + own.firstWords());
+        AgentProcess own(agent,
+                         {"run", "--extension", extension, "--app-name", "FeXO demo", "--desktop-entry", desktopEntry});
+        const std::string start = own.firstWords();
+        writeTerminalLine(std::cout, "   " + start);
+        const bool ours = start.find("serving") != std::string::npos;
+        if (ours) {
+            if (const auto badge = nextBadge())
+                writeTerminalLine(std::cout, "   launcher badge of " + desktopEntry + ": " + *badge);
+        }
         const int status = std::system(("'" + agent.string() + "' push '" + pushFile.string() + "'").c_str());
         showWire();
         if (status == -1 || !WIFEXITED(status) || (WEXITSTATUS(status) != 0 && WEXITSTATUS(status) != 3)) {
             return fail("the agent did not deliver the push");
         }
-        return ok("delivered once and shown through org.freedesktop.Notifications");
+        if (!ours) return ok("delivered once, by the agent that already serves this session");
+        const std::string shown = own.firstWords("fexo-agent: push ");
+        writeTerminalLine(std::cout, "   " + shown);
+        if (const auto badge = nextBadge()) writeTerminalLine(std::cout, "   launcher badge: " + *badge);
+        if (shown.find("shown as notification") == std::string::npos)
+            return ok("delivered once; with no notification service on this bus it waits in the agent's queue, so "
+                      "there is nothing to withdraw");
+        ok("delivered once and shown through org.freedesktop.Notifications");
+
+        step("The app reads it in its own process (markNotificationAsRead): the agent withdraws it");
+        FeXOService service;
+        const auto newest = service.fetchNotifications(1);
+        if (newest.isFailure() || newest.value().records.empty() || !newest.value().records[0].id)
+            return fail("the agent's push left no record");
+        service.markNotificationAsRead(*newest.value().records[0].id);
+        const std::string withdrawn = own.firstWords("withdrawn");
+        writeTerminalLine(std::cout, "   " + withdrawn);
+        if (const auto badge = nextBadge()) writeTerminalLine(std::cout, "   launcher badge: " + *badge);
+        if (withdrawn.find("withdrawn") == std::string::npos) return fail("the agent did not withdraw it");
+        return ok("the desktop follows the inbox");
     }
 
     // Ends with the inbox: `fexo watch` runs as the app, a push is handled by `fexo handle-push` in

@@ -9,7 +9,7 @@
 
 int main(int argc, char** argv)
 {
-    fexo::tool::setToolName(argv[0]);
+    fexo::tool::setToolName("fexo-devserver");
     CLI::App app;
     fexo::tool::ToolOptions options;
     fexo::tool::addToolOptions(app, options,

@@ -8,7 +8,7 @@
 
 int main(int argc, char** argv)
 {
-    fexo::tool::setToolName(argv[0]);
+    fexo::tool::setToolName("fexo");
     fexo::tool::configureSQLiteForShortProcess();
     if (const auto* handedOver = fexo::tool::chosenHandedOverCommand(argc, argv)) {
         fexo::tool::handOver(*handedOver, argv);
