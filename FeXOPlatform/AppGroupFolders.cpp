@@ -47,21 +47,27 @@ bool makeFolders(const std::filesystem::path& path, std::string& whyNot)
 const char* const unusableName = "is not a usable app group name: it is empty, \".\" or \"..\", or holds \"/\" or NUL";
 const char* const noRoot = "no folder for app groups: none of FEXO_APP_GROUPS_DIR, XDG_DATA_HOME and HOME is set";
 
+// The root as the environment names it, for a usable suite name; nothing with `whyNot` set for
+// an unusable name or an environment that names no root.
+std::optional<std::filesystem::path> rootFor(std::string_view suiteName, std::string& whyNot)
+{
+    if (!isUsableSuiteName(suiteName)) {
+        whyNot = "\"" + std::string(suiteName) + "\" " + unusableName;
+        return std::nullopt;
+    }
+    auto root = appGroupsRoot();
+    if (!root) whyNot = noRoot;
+    return root;
+}
+
 // The suite's folder under the root resolved, creating nothing; nothing with `whyNot` set when
 // the name is unusable or the root cannot be resolved (which includes a root not made yet, then
 // `missingRoot` is set instead).
 std::optional<std::filesystem::path> suiteFolder(std::string_view suiteName, std::string& whyNot,
                                                  std::filesystem::path* missingRoot)
 {
-    const auto root = appGroupsRoot();
-    if (!isUsableSuiteName(suiteName)) {
-        whyNot = "\"" + std::string(suiteName) + "\" " + unusableName;
-        return std::nullopt;
-    }
-    if (!root) {
-        whyNot = noRoot;
-        return std::nullopt;
-    }
+    const auto root = rootFor(suiteName, whyNot);
+    if (!root) return std::nullopt;
     std::error_code error;
     const auto resolved = std::filesystem::canonical(*root, error);
     if (error) {
@@ -98,16 +104,8 @@ std::optional<std::filesystem::path> appGroupsRoot()
 
 std::optional<std::filesystem::path> prepareSuiteFolder(std::string_view suiteName, std::string& whyNot)
 {
-    const auto root = appGroupsRoot();
-    if (!isUsableSuiteName(suiteName)) {
-        whyNot = "\"" + std::string(suiteName) + "\" " + unusableName;
-        return std::nullopt;
-    }
-    if (!root) {
-        whyNot = noRoot;
-        return std::nullopt;
-    }
-    if (!makeFolders(*root, whyNot)) return std::nullopt;
+    const auto root = rootFor(suiteName, whyNot);
+    if (!root || !makeFolders(*root, whyNot)) return std::nullopt;
     // The store's files are opened refusing links anywhere in their path, so the links of the
     // root are resolved here, once, and only the suite's part is left to check.
     auto folder = suiteFolder(suiteName, whyNot, nullptr);
