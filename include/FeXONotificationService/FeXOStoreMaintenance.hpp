@@ -29,15 +29,19 @@ public:
         std::filesystem::path databasePath;
         // Where the damaged database (and its log, with "-wal" appended) were moved.
         std::filesystem::path damagedPath;
+        // Keys copied into the fresh store.
         std::size_t saved = 0;
-        // Keys that were listed but whose values could not be read.
+        // Keys that were found but whose values could not be read.
         std::size_t lost = 0;
-        // The damage hid part of the key list: keys there are lost and could not be counted.
+        // Part of the store could not be read at all: the keys there, if there were any, are lost
+        // and cannot be counted, so `lost` is only the least number lost.
         bool unlistedKeysLost = false;
         // Why nothing was repaired; empty on success (the store is then fresh and sound).
         std::string failure;
 
         bool succeeded() const { return failure.empty(); }
+        // Whether keys were, or may have been, lost.
+        bool mayHaveLostKeys() const { return lost > 0 || unlistedKeysLost; }
     };
 
     // SQLite's integrity check of the store, read through its log.
