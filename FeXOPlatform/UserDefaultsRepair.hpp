@@ -37,10 +37,10 @@ public:
     static Check check(std::string_view suiteName);
 
     // Holds the store's write lock while it copies every key/value it can still read, the host
-    // app's own keys too, into a fresh store, moves the damaged files aside and puts the fresh
-    // store in their place. Refused while this process has the store open (OpenStores). Other
-    // processes must not have the store open meanwhile: a connection opened before keeps using
-    // the damaged files.
+    // app's own keys too (found by StoreKeySalvage), into a fresh store, moves the damaged files
+    // aside and puts the fresh store in their place. Refused while this process has the store
+    // open (OpenStores). Other processes must not have the store open meanwhile: a connection
+    // opened before keeps using the damaged files.
     static Outcome repair(std::string_view suiteName);
 };
 

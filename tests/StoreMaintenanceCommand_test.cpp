@@ -1,5 +1,6 @@
 // A damaged store is refused by every reading command, found by `store check` and mended by
-// `store repair`, each run as its own process.
+// `store repair`, each run as its own process. What the repair saves is measured against what
+// SQLite itself still reads by key from the damaged file.
 #include <support/ToolSandbox.hpp>
 
 #include <FeXONotificationService/FeXOService.hpp>
@@ -51,6 +52,22 @@ StoredRow rowAt(sqlite3_stmt* statement, int kindColumn)
 {
     return {sqlite3_column_int64(statement, kindColumn), sqlite3_column_type(statement, kindColumn + 1),
             columnBytes(statement, kindColumn + 1)};
+}
+
+// Each of `keys` that a bare connection reads by primary key, as it reads it.
+StoredRows readableByKey(const std::filesystem::path& file, const std::vector<std::string>& keys)
+{
+    StoredRows rows;
+    auto database = openBare(file);
+    sqlite3_stmt* select = nullptr;
+    sqlite3_prepare_v2(database.get(), "SELECT kind, value FROM defaults WHERE key = ?1", -1, &select, nullptr);
+    for (const auto& key : keys) {
+        sqlite3_reset(select);
+        sqlite3_bind_text64(select, 1, key.data(), key.size(), SQLITE_STATIC, SQLITE_UTF8);
+        if (sqlite3_step(select) == SQLITE_ROW) rows[key] = rowAt(select, 0);
+    }
+    sqlite3_finalize(select);
+    return rows;
 }
 
 // Every row of a sound store, read through its log.
@@ -112,6 +129,12 @@ void zeroPages(const std::filesystem::path& file, const std::vector<int>& pages)
     const std::string zeros(4096, '\0');
     for (const int page : pages) stream.seekp(std::streamoff(page - 1) * 4096).write(zeros.data(), zeros.size());
     ASSERT_TRUE(stream.good());
+}
+
+std::string contents(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
 // The host app's own keys, written beside the notifications: any bytes may form a key.
@@ -201,10 +224,104 @@ TEST(StoreMaintenanceCommand, ADamagedStoreIsRefusedByReadsAndFoundByCheck)
     EXPECT_NE(checked.standardError.find("Run `fexo store repair`"), std::string::npos) << checked.standardError;
 }
 
-TEST(StoreMaintenanceCommand, RepairOfASoundStoreSavesEveryKeyAndExitsZero)
+// Which pages of the table a trial zeroes: three of the store's fifty.
+struct Damage {
+    const char* name;
+    std::vector<int> (*pages)(const TablePages&);
+};
+
+void PrintTo(const Damage& damage, std::ostream* stream)
+{
+    *stream << damage.name;
+}
+
+class RepairOfZeroedPages : public testing::TestWithParam<Damage> { };
+
+TEST_P(RepairOfZeroedPages, SavesEveryKeySQLiteReadsByKeyByteForByte)
 {
     ToolSandbox sandbox(FEXO_TOOL_PATH);
-    writeTrialStore(sandbox);
+    const auto keys = writeTrialStore(sandbox);
+    const auto file = storeFile(sandbox);
+    const auto written = everyRow(file);
+    ASSERT_EQ(written.size(), keys.size());
+    checkpoint(file);
+    const auto pages = tablePages(file);
+    ASSERT_EQ(pages.total, 50);
+    ASSERT_GE(pages.interior.size(), 2u) << "the trial needs a tree of three levels";
+    zeroPages(file, GetParam().pages(pages));
+    const auto readable = readableByKey(file, keys);
+    const auto damagedBytes = contents(file);
+
+    const auto repaired = sandbox.run({"store", "repair"});
+    EXPECT_EQ(repaired.exitCode, 1) << repaired.standardError;
+    const auto report = reportOf(repaired.standardOutput);
+    EXPECT_EQ(report.lost, "an unknown number.") << repaired.standardOutput;
+
+    const auto saved = everyRow(file);
+    EXPECT_EQ(report.saved, static_cast<int>(saved.size())) << repaired.standardOutput;
+    for (const auto& [key, row] : readable) {
+        const auto found = saved.find(key);
+        EXPECT_TRUE(found != saved.end() && found->second == row) << "not saved as read: " << key;
+    }
+    for (const auto& [key, row] : saved) EXPECT_EQ(written.at(key), row) << key;
+    EXPECT_GE(saved.size(), readable.size());
+    EXPECT_EQ(contents(report.damaged), damagedBytes) << "the damaged file is kept as it was";
+
+    EXPECT_EQ(sandbox.run({"store", "check"}).exitCode, 0);
+    const auto listed = sandbox.run({"list", "--json"});
+    ASSERT_EQ(listed.exitCode, 0) << listed.standardError;
+    std::size_t notifications = 0;
+    for (const auto& [key, row] : saved) notifications += key.starts_with("response_");
+    EXPECT_EQ(nlohmann::json::parse(listed.standardOutput).size(), notifications);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    StoreMaintenanceCommand, RepairOfZeroedPages,
+    testing::Values(Damage{"ThreeLeavesApart",
+                           [](const TablePages& pages) {
+                               return std::vector<int>{pages.leaves.at(3), pages.leaves.at(10), pages.leaves.at(17)};
+                           }},
+                    Damage{"TheFirstLeafAndTheLast",
+                           [](const TablePages& pages) {
+                               return std::vector<int>{pages.leaves.front(), pages.leaves.at(9), pages.leaves.back()};
+                           }},
+                    Damage{"ThreeAdjacentLeaves",
+                           [](const TablePages& pages) {
+                               return std::vector<int>{pages.leaves.at(6), pages.leaves.at(7), pages.leaves.at(8)};
+                           }},
+                    Damage{"AnInteriorPageAndTwoLeaves",
+                           [](const TablePages& pages) {
+                               return std::vector<int>{pages.interior.at(1), pages.leaves.at(1), pages.leaves.at(2)};
+                           }},
+                    Damage{"TheRoot",
+                           [](const TablePages& pages) { return std::vector<int>{pages.interior.front()}; }}),
+    [](const testing::TestParamInfo<Damage>& info) { return std::string(info.param.name); });
+
+// A value long enough to need a chain of overflow pages, under the host's own key.
+void writeLongValue(const ToolSandbox& sandbox)
+{
+    EXPECT_TRUE(fexo::UserDefaults::open(sandbox.values().appGroup)->setData(std::string(12000, 'v'), "host.long"));
+}
+
+// The first page of the one overflow chain in the table: cut there, the chain ends too soon.
+int firstOverflowPage(const std::filesystem::path& file)
+{
+    auto database = openBare(file);
+    sqlite3_stmt* select = nullptr;
+    sqlite3_prepare_v2(database.get(),
+                       "SELECT pageno FROM dbstat WHERE name = 'defaults' AND pagetype = 'overflow' "
+                       "AND path LIKE '%+000000'",
+                       -1, &select, nullptr);
+    const int page = sqlite3_step(select) == SQLITE_ROW ? sqlite3_column_int(select, 0) : 0;
+    sqlite3_finalize(select);
+    return page;
+}
+
+TEST(StoreMaintenanceCommand, RepairCountsTheKeysItLosesWhereItCanAndExitsZeroOnlyWhenItLostNone)
+{
+    ToolSandbox sandbox(FEXO_TOOL_PATH);
+    const auto keys = writeTrialStore(sandbox);
+    writeLongValue(sandbox);
     const auto file = storeFile(sandbox);
     const auto written = everyRow(file);
 
@@ -213,6 +330,25 @@ TEST(StoreMaintenanceCommand, RepairOfASoundStoreSavesEveryKeyAndExitsZero)
     EXPECT_EQ(reportOf(sound.standardOutput).saved, static_cast<int>(written.size())) << sound.standardOutput;
     EXPECT_EQ(reportOf(sound.standardOutput).lost, "0.");
     EXPECT_EQ(everyRow(file), written);
+
+    // The value cannot be read, but its key is listed: the loss is counted.
+    checkpoint(file);
+    zeroPages(file, {firstOverflowPage(file)});
+    const auto cut = sandbox.run({"store", "repair"});
+    EXPECT_EQ(cut.exitCode, 1);
+    EXPECT_EQ(reportOf(cut.standardOutput).lost, "1.") << cut.standardOutput;
+    auto kept = written;
+    kept.erase("host.long");
+    EXPECT_EQ(everyRow(file), kept);
+    EXPECT_EQ(reportOf(cut.standardOutput).saved, static_cast<int>(kept.size()));
+
+    // A lost leaf on top: what it held cannot be counted.
+    writeLongValue(sandbox);
+    checkpoint(file);
+    zeroPages(file, {firstOverflowPage(file), tablePages(file).leaves.back()});
+    const auto both = sandbox.run({"store", "repair"});
+    EXPECT_EQ(both.exitCode, 1);
+    EXPECT_EQ(reportOf(both.standardOutput).lost, "1 and an unknown number more.") << both.standardOutput;
 }
 
 TEST(StoreMaintenanceCommand, RepairIsRefusedWhileThisProcessHoldsTheStore)

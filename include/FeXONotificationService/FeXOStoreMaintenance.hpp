@@ -49,7 +49,10 @@ public:
 
     // Holds the store's write lock while it copies every key/value it can still read, the host
     // app's own keys too, into a fresh store, moves the damaged files aside and puts the fresh
-    // store in their place. Refused (a failure, nothing touched) while this process holds the
+    // store in their place. Every key that SQLite still reads by key is saved, and so are keys
+    // that only a neighbouring page still leads to. The search past damaged pages is bounded:
+    // at most 200,000 seeks into key ranges not yet read and 16 MiB of pending ranges, besides
+    // reading each key once. Refused (a failure, nothing touched) while this process holds the
     // store open: a FeXOService or an extension handler that used the store keeps its
     // connection for as long as it, or a copy of it, lives. Other processes must not have the
     // store open either: a connection opened before keeps using the damaged files.
