@@ -50,11 +50,12 @@ std::string storeFailure(sqlite3* database, const std::filesystem::path& path)
     return path.string() + ": " + (database != nullptr ? sqlite3_errmsg(database) : "out of memory");
 }
 
-StoreDatabase openStoreDatabase(const std::filesystem::path& path, std::string* whyNot)
+StoreDatabase openStoreDatabase(const std::filesystem::path& path, std::string* whyNot, const char* fileSystem)
 {
     sqlite3* raw = nullptr;
-    const int opened = sqlite3_open_v2(
-        path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW, storeFileSystemName());
+    const int opened =
+        sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW,
+                        fileSystem != nullptr ? fileSystem : storeFileSystemName());
     StoreDatabase database(raw);
     if (opened != SQLITE_OK) {
         if (whyNot != nullptr) *whyNot = storeFailure(raw, path);

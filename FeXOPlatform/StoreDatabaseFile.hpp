@@ -18,8 +18,10 @@ using StoreDatabase = std::unique_ptr<sqlite3, StoreDatabaseCloser>;
 
 // The file opened read-write, never created, never through a symbolic link, with the busy
 // timeout set; nothing when it cannot be opened, and then `whyNot` names the file and the
-// system's reason when given.
-StoreDatabase openStoreDatabase(const std::filesystem::path& path, std::string* whyNot = nullptr);
+// system's reason when given. Through the SQLite file system named `fileSystem`, else the
+// store's own (storeFileSystemName).
+StoreDatabase openStoreDatabase(const std::filesystem::path& path, std::string* whyNot = nullptr,
+                                const char* fileSystem = nullptr);
 
 // Brings an opened database to WAL mode, synchronous FULL, with the table in place. Converting
 // to WAL needs every other connection gone, which is why new files are made ready before they

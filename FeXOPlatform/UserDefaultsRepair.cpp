@@ -2,7 +2,9 @@
 
 #include <FeXOPlatform/AppGroupFolders.hpp>
 #include <FeXOPlatform/OpenStores.hpp>
+#include <FeXOPlatform/ReadTracingFileSystem.hpp>
 #include <FeXOPlatform/StoreDatabaseFile.hpp>
+#include <FeXOPlatform/StoreKeySalvage.hpp>
 
 #include <sqlite3.h>
 
@@ -12,9 +14,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <optional>
+#include <set>
+#include <utility>
 
 namespace fexo {
 
@@ -54,133 +59,83 @@ std::string text(sqlite3_stmt* statement, int column)
                             : std::string(bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
 }
 
-struct Row {
-    std::string key;
-    std::int64_t kind = 0;
-    std::string value;
-};
-
-// Bounds the probes of a badly damaged store; each costs one seek.
-constexpr int probeLimit = 100000;
-
-enum class Probe {
-    row,
-    end,
-    damage
-};
-
-// Steps `statement` once after binding `from` to its first parameter.
-Probe step(sqlite3_stmt* statement, const std::string& from)
+// Runs `statement` for `key`, bound as its first parameter; true when it gives a row.
+bool readRow(sqlite3_stmt* statement, const StoreKeySalvage::Key& key)
 {
     sqlite3_reset(statement);
-    sqlite3_bind_text64(statement, 1, from.data(), from.size(), SQLITE_STATIC, SQLITE_UTF8);
-    const int result = sqlite3_step(statement);
-    return result == SQLITE_ROW ? Probe::row : result == SQLITE_DONE ? Probe::end : Probe::damage;
+    if (key.type == SQLITE_TEXT) {
+        sqlite3_bind_text64(statement, 1, key.bytes.data(), key.bytes.size(), SQLITE_STATIC, SQLITE_UTF8);
+    } else {
+        sqlite3_bind_blob64(statement, 1, key.bytes.data(), key.bytes.size(), SQLITE_STATIC);
+    }
+    return sqlite3_step(statement) == SQLITE_ROW;
 }
 
-// Every key that can still be listed, in ascending order. A scan stops at the first damaged
-// page; the scan then goes on from the nearest text beyond the last key read whose seek lands on
-// a sound page: the last key with its final byte raised, else with the byte before raised, and
-// so on, so that the jump over the damage is as short as the key's own structure allows.
-std::vector<std::string> salvageKeys(sqlite3* database, bool& damaged)
+// Copies every row that can still be read from `damaged` into `fresh`, inside the caller's write
+// transaction on `fresh`: each key the salvage reaches, read on its own, so that an unreadable
+// value costs only its key. Its own seek is the first try; the seek from just above it the second,
+// for a key that sits next to a damaged page on its left, where its own seek descends. Kind and
+// value are copied as SQLite holds them, storage class included.
+bool copyReadableRows(sqlite3* damaged, sqlite3* fresh, UserDefaultsRepair::Outcome& outcome)
 {
-    std::vector<std::string> keys;
-    damaged = false;
-    auto scan = prepare(database, "SELECT key FROM defaults WHERE key >= ?1 ORDER BY key");
-    if (!scan) {
-        damaged = true;
-        return keys;
+    auto byKey = prepare(damaged, "SELECT key, kind, value FROM defaults NOT INDEXED WHERE key = ?1");
+    auto fromAbove =
+        prepare(damaged, "SELECT key, kind, value FROM defaults NOT INDEXED WHERE key <= ?1 ORDER BY key DESC LIMIT 1");
+    // A tree that contradicts itself may lead to one key more than once: it is kept, or counted
+    // lost, once.
+    auto insert = prepare(fresh, "INSERT OR IGNORE INTO defaults (key, kind, value) VALUES (?1, ?2, ?3)");
+    if (!insert) {
+        outcome.failure = std::string("could not write the fresh store: ") + sqlite3_errmsg(fresh);
+        return false;
     }
-    std::string from;
-    int probes = 0;
-    for (;;) {
-        Probe outcome = step(scan.get(), from);
-        const std::size_t before = keys.size();
-        while (outcome == Probe::row) {
-            keys.push_back(text(scan.get(), 0));
-            const int result = sqlite3_step(scan.get());
-            outcome = result == SQLITE_ROW ? Probe::row : result == SQLITE_DONE ? Probe::end : Probe::damage;
-        }
-        if (outcome == Probe::end) break;
-        damaged = true;
-        const std::string last = keys.size() > before ? keys.back() : from;
-        std::optional<std::string> next;
-        // Position `length` raised to each greater byte; an empty last key starts from byte 0.
-        for (std::size_t length = std::max<std::size_t>(last.size(), 1);
-             length-- > 0 && !next && probes < probeLimit;) {
-            const unsigned first = length < last.size() ? static_cast<unsigned char>(last[length]) + 1u : 0u;
-            for (unsigned byte = first; byte <= 0xFF && probes < probeLimit; ++byte, ++probes) {
-                std::string candidate = last.substr(0, length) + static_cast<char>(byte);
-                const Probe landed = step(scan.get(), candidate);
-                if (landed == Probe::damage) continue;
-                if (landed == Probe::row) next = std::move(candidate);
-                length = 0; // a sound page beyond, or nothing beyond at all: stop looking
+    std::set<std::pair<int, std::string>> lost;
+    const auto copy = [&](const StoreKeySalvage::Key& key) {
+        sqlite3_stmt* row = nullptr;
+        for (sqlite3_stmt* statement : {byKey.get(), fromAbove.get()}) {
+            if (statement != nullptr && readRow(statement, key) && sqlite3_column_type(statement, 0) == key.type &&
+                text(statement, 0) == key.bytes) {
+                row = statement;
                 break;
             }
         }
-        if (!next) break;
-        from = std::move(*next);
-    }
-    return keys;
+        if (row == nullptr) {
+            lost.emplace(key.type, key.bytes);
+            return true;
+        }
+        sqlite3_reset(insert.get());
+        for (int column = 0; column < 3; ++column) {
+            sqlite3_bind_value(insert.get(), column + 1, sqlite3_column_value(row, column));
+        }
+        if (sqlite3_step(insert.get()) != SQLITE_DONE) {
+            outcome.failure = std::string("could not write the fresh store: ") + sqlite3_errmsg(fresh);
+            return false;
+        }
+        outcome.saved += static_cast<std::size_t>(sqlite3_changes(fresh));
+        return true;
+    };
+    outcome.unlistedKeysLost = StoreKeySalvage::forEachKey(damaged, copy).damaged;
+    outcome.lost = lost.size();
+    return outcome.failure.empty();
 }
 
-// Every row that can still be read: the keys that can be listed, then each key's value on its
-// own, so that one unreadable value costs only its key.
-std::vector<Row> salvage(sqlite3* database, UserDefaultsRepair::Outcome& outcome)
-{
-    bool damaged = false;
-    const auto keys = salvageKeys(database, damaged);
-    outcome.unlistedKeysLost = damaged;
-
-    std::vector<Row> rows;
-    auto select = prepare(database, "SELECT kind, value FROM defaults WHERE key = ?1");
-    for (const auto& key : keys) {
-        if (!select) {
-            ++outcome.lost;
-            continue;
-        }
-        sqlite3_reset(select.get());
-        sqlite3_bind_text64(select.get(), 1, key.data(), key.size(), SQLITE_STATIC, SQLITE_UTF8);
-        if (sqlite3_step(select.get()) == SQLITE_ROW) {
-            rows.push_back({key, sqlite3_column_int64(select.get(), 0), text(select.get(), 1)});
-        } else {
-            ++outcome.lost;
-        }
-    }
-    outcome.saved = rows.size();
-    return rows;
-}
-
-// A fresh, configured, checkpointed database at `path` holding `rows`.
-bool writeFreshStore(const std::filesystem::path& path, const std::vector<Row>& rows, std::string& failure)
+// A fresh, configured database at `path` (mode 0600, never through a link) with a write
+// transaction open; nothing, and `failure` says why, when it cannot be made.
+StoreDatabase createFreshStore(const std::filesystem::path& path, std::string& failure)
 {
     const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0) {
-        failure = "could not create " + path.string();
-        return false;
+        failure = "could not create " + path.string() + ": " + std::strerror(errno);
+        return nullptr;
     }
     ::fchmod(fd, 0600);
     ::close(fd);
     auto database = openStoreDatabase(path);
-    if (!database || !configureStoreDatabase(database.get())) {
+    if (!database || !configureStoreDatabase(database.get()) ||
+        sqlite3_exec(database.get(), "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK) {
         failure = "could not prepare " + path.string();
-        return false;
+        return nullptr;
     }
-    bool ok = sqlite3_exec(database.get(), "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK;
-    auto insert = prepare(database.get(), "INSERT INTO defaults (key, kind, value) VALUES (?1, ?2, ?3)");
-    ok = ok && insert;
-    for (std::size_t i = 0; ok && i < rows.size(); ++i) {
-        sqlite3_reset(insert.get());
-        sqlite3_bind_text64(insert.get(), 1, rows[i].key.data(), rows[i].key.size(), SQLITE_STATIC, SQLITE_UTF8);
-        sqlite3_bind_int64(insert.get(), 2, rows[i].kind);
-        sqlite3_bind_blob64(insert.get(), 3, rows[i].value.empty() ? "" : rows[i].value.data(), rows[i].value.size(),
-                            SQLITE_STATIC);
-        ok = sqlite3_step(insert.get()) == SQLITE_DONE;
-    }
-    insert.reset();
-    ok = ok && sqlite3_exec(database.get(), "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
-    if (!ok) failure = std::string("could not write the fresh store: ") + sqlite3_errmsg(database.get());
-    return ok; // closing checkpoints and removes the fresh store's log
+    return database;
 }
 
 std::string timestamp()
@@ -243,14 +198,17 @@ UserDefaultsRepair::Outcome UserDefaultsRepair::repair(std::string_view suiteNam
         outcome.failure = "this process still has the store open; repair it from a process that has not used it";
         return outcome;
     }
-    auto damaged = openStoreDatabase(*path);
+    // Read through the tracing file system, so that the salvage can tell which page a failing read
+    // stopped at.
+    auto damaged = openStoreDatabase(*path, nullptr, ReadTracingFileSystem::name());
     if (!damaged) {
         outcome.failure = "the store cannot be opened";
         return outcome;
     }
     // Closing must neither copy the damaged log back nor remove a log by name: by then the name
-    // belongs to the fresh store.
+    // belongs to the fresh store. Pages are read, never mapped, so that each read is traced.
     sqlite3_db_config(damaged.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    sqlite3_exec(damaged.get(), "PRAGMA mmap_size = 0", nullptr, nullptr, nullptr);
     int locked = SQLITE_BUSY;
     for (int attempt = 0; attempt < lockAttempts && (locked & 0xFF) == SQLITE_BUSY; ++attempt) {
         locked = sqlite3_exec(damaged.get(), "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
@@ -260,12 +218,22 @@ UserDefaultsRepair::Outcome UserDefaultsRepair::repair(std::string_view suiteNam
         return outcome;
     }
 
-    const auto rows = salvage(damaged.get(), outcome);
     const auto fresh = withSuffix(*path, ".repair-" + std::to_string(::getpid()));
-    if (!writeFreshStore(fresh, rows, outcome.failure)) {
-        ::unlink(fresh.c_str());
-        return outcome;
-    }
+    {
+        auto freshDatabase = createFreshStore(fresh, outcome.failure);
+        if (!freshDatabase || !copyReadableRows(damaged.get(), freshDatabase.get(), outcome) ||
+            sqlite3_exec(freshDatabase.get(), "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
+            if (outcome.failure.empty()) {
+                outcome.failure =
+                    std::string("could not write the fresh store: ") + sqlite3_errmsg(freshDatabase.get());
+            }
+            freshDatabase.reset();
+            ::unlink(fresh.c_str());
+            ::unlink(withSuffix(fresh, "-wal").c_str());
+            ::unlink(withSuffix(fresh, "-shm").c_str());
+            return outcome;
+        }
+    } // closing checkpoints the fresh store and removes its log
     outcome.damagedPath = withSuffix(*path, ".damaged-" + timestamp());
     const auto wal = withSuffix(*path, "-wal");
     // The log goes first: a log left under the store's name would be replayed into the fresh one.

@@ -24,9 +24,10 @@ public:
         // Where the damaged database (and its log, with "-wal" appended) were moved.
         std::filesystem::path damagedPath;
         std::size_t saved = 0;
-        // Keys that were listed but whose values could not be read.
+        // Keys that were found but whose values could not be read.
         std::size_t lost = 0;
-        // The damage hid part of the key list: keys there are lost and could not be counted.
+        // Part of the store could not be read at all: the keys there, if any, are lost and cannot
+        // be counted.
         bool unlistedKeysLost = false;
         // Why nothing was repaired; empty on success (the store is then fresh and sound).
         std::string failure;
@@ -36,10 +37,10 @@ public:
     static Check check(std::string_view suiteName);
 
     // Holds the store's write lock while it copies every key/value it can still read, the host
-    // app's own keys too, into a fresh store, moves the damaged files aside and puts the fresh
-    // store in their place. Refused while this process has the store open (OpenStores). Other
-    // processes must not have the store open meanwhile: a connection opened before keeps using
-    // the damaged files.
+    // app's own keys too (found by StoreKeySalvage), into a fresh store, moves the damaged files
+    // aside and puts the fresh store in their place. Refused while this process has the store
+    // open (OpenStores). Other processes must not have the store open meanwhile: a connection
+    // opened before keeps using the damaged files.
     static Outcome repair(std::string_view suiteName);
 };
 

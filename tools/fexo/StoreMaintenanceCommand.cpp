@@ -51,12 +51,17 @@ int repair(const ToolOptions& options)
         reportProblem("could not repair " + outcome.databasePath.string() + ": " + outcome.failure);
         return 1;
     }
-    std::cout << "Saved " << outcome.saved << (outcome.saved == 1 ? " key" : " keys") << ", lost " << outcome.lost
-              << (outcome.unlistedKeysLost ? ", and the keys on the unreadable pages, whose number cannot be known"
-                                           : "")
-              << ".\n"
+    std::cout << "Saved " << outcome.saved << (outcome.saved == 1 ? " key" : " keys") << ", lost ";
+    if (!outcome.unlistedKeysLost) {
+        std::cout << outcome.lost;
+    } else if (outcome.lost == 0) {
+        std::cout << "an unknown number";
+    } else {
+        std::cout << outcome.lost << " and an unknown number more";
+    }
+    std::cout << ".\n"
               << "The damaged files are kept as " << outcome.damagedPath.string() << std::endl;
-    return 0;
+    return outcome.mayHaveLostKeys() ? 1 : 0;
 }
 
 } // namespace
@@ -69,7 +74,8 @@ void addStoreMaintenanceCommand(CLI::App& app, const ToolOptions& options, int& 
         ->callback([&options, &exitCode] { exitCode = check(options); });
     store
         ->add_subcommand("repair",
-                         "Copy every key that can still be read into a fresh store, keeping the damaged files aside")
+                         "Copy every key that can still be read into a fresh store, keeping the damaged files aside; "
+                         "exit 1 when keys were or may have been lost")
         ->callback([&options, &exitCode] { exitCode = repair(options); });
 }
 
