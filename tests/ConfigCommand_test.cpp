@@ -127,9 +127,14 @@ TEST(ConfigCommand, AStoreThatCannotBeOpenedIsFoundByTheCheckAndNamedBeforeTheFa
         ::chmod(path.c_str(), 0755);
     ::chmod((sandbox.resources() / "FeXOService-Info.plist").c_str(), 0644);
     const std::string store = (root / group / "defaults.sqlite").string();
+    // An instrumented build's counters are written where that user may write (env, so that this
+    // process keeps its own).
+    fexo::test::TemporaryDirectory counters;
+    ::chmod(counters.path().c_str(), 0777);
     const auto asNobody = [&](std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"--reuid=65534", "--regid=65534", "--clear-groups", FEXO_TOOL_PATH});
-        return fexo::test::ChildProcess::run("/usr/bin/setpriv", arguments);
+        arguments.insert(arguments.begin(), {"GCOV_PREFIX=" + counters.path().string(), "/usr/bin/setpriv",
+                                             "--reuid=65534", "--regid=65534", "--clear-groups", FEXO_TOOL_PATH});
+        return fexo::test::ChildProcess::run("/usr/bin/env", arguments);
     };
     const auto foreign = asNobody({"config", "check"});
     EXPECT_EQ(foreign.exitCode, 1) << foreign.standardError;
