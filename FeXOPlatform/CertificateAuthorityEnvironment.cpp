@@ -22,8 +22,11 @@ CertificateAuthorityEnvironment CertificateAuthorityEnvironment::read()
 
 const CertificateAuthorityEnvironment& CertificateAuthorityEnvironment::ofProcess()
 {
-    static const CertificateAuthorityEnvironment authorities = read();
-    return authorities;
+    // Never destroyed: the session's thread may still be setting up a transfer while the
+    // process's static objects go at exit (this one is made by that thread, after the session's
+    // exit handler was registered, so it would go first).
+    static const CertificateAuthorityEnvironment* authorities = new CertificateAuthorityEnvironment(read());
+    return *authorities;
 }
 
 } // namespace fexo
