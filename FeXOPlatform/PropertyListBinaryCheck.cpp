@@ -35,8 +35,17 @@ public:
         count_ = readBigEndian(bytes, trailer_ + 8, 8);
         top_ = readBigEndian(bytes, trailer_ + 16, 8);
         table_ = readBigEndian(bytes, trailer_ + 24, 8);
-        return offsetSize_ >= 1 && offsetSize_ <= 8 && refSize_ >= 1 && refSize_ <= 8 && table_ <= trailer_ &&
-               count_ <= (trailer_ - table_) / offsetSize_ && top_ < count_;
+        if (offsetSize_ < 1 || offsetSize_ > 8 || refSize_ < 1 || refSize_ > 8 || table_ > trailer_ ||
+            count_ > (trailer_ - table_) / offsetSize_ || top_ >= count_)
+            return false;
+        // Every object lies between the header and the offset table, as writers lay them out.
+        // One that lies beyond would change meaning in the copy made for libplist, where moved
+        // strings follow the objects.
+        for (std::uint64_t object = 0; object < count_; ++object) {
+            const std::uint64_t at = offset(object);
+            if (at < headerSize || at >= table_) return false;
+        }
+        return true;
     }
 
     std::uint64_t count() const { return count_; }

@@ -11,7 +11,8 @@ namespace fexo {
 // what libplist gets wrong on hostile input. Internal to PropertyList.
 //
 // Nothing when the list is refused:
-// - its object table does not fit its bytes (libplist refuses it as well);
+// - its object table does not fit its bytes (libplist refuses it as well), or an object lies
+//   anywhere but between the header and the offset table;
 // - a dictionary key holds U+0000 (libplist cuts such a key at the NUL, or, for a key in
 //   UTF-16, ends the process on a failed assertion);
 // - an object is its own descendant, or lies deeper than `maximumDepth` containers below the
