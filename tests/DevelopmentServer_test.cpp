@@ -161,8 +161,11 @@ TEST(ServeCommand, BindsItsPortAloneAndWarnsOfTheDocumentedSecretBeyondLoopback)
                                        "--client-id", "c", "--client-secret", secret},
                                       fexo::test::ChildProcess::StandardError::onStandardOutput);
         const std::string first = open.readLine();
+        const bool warning = first.starts_with("fexo-devserver: warning: serving on " + host);
+        // The address comes once the server runs and waits for its stop signal.
+        EXPECT_TRUE((warning ? open.readLine() : first).starts_with("http://" + host + ":")) << host;
         EXPECT_EQ(open.stop(SIGTERM), 0) << host;
-        return first.starts_with("fexo-devserver: warning: serving on " + host);
+        return warning;
     };
     EXPECT_TRUE(warned("0.0.0.0", "dev-client-secret-change-me"));
     EXPECT_FALSE(warned("0.0.0.0", "a-secret-of-its-own"));
