@@ -347,6 +347,10 @@ TEST(Agent, ShowsThePushsOwnAlertWhenTheExtensionDeliversNoNotification)
         std::ofstream(lines.path() / name) << content << "\n";
         return "--extension=" + misbehave + " print " + (lines.path() / name).string();
     };
+    // Found and executable when the agent starts, yet it cannot be executed: no such interpreter.
+    const auto unrunnable = lines.path() / "unrunnable";
+    std::ofstream(unrunnable) << "#!/nonexistent/interpreter\n";
+    std::filesystem::permissions(unrunnable, std::filesystem::perms::owner_all);
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         // The server refuses: nothing is queued for this recipient.
         {{"--memory-limit", extensionMemory}, R"({"title":"Original","body":"%","rewritten":false,"id":null})"},
@@ -357,6 +361,7 @@ TEST(Agent, ShowsThePushsOwnAlertWhenTheExtensionDeliversNoNotification)
          R"({"title":"Original","body":"%","rewritten":false,"id":null})"},
         {{"--extension=" + misbehave + " memory", "--memory-limit", "64"},
          R"({"title":"Original","body":"%","rewritten":false,"id":null})"},
+        {{"--extension=" + unrunnable.string()}, R"({"title":"Original","body":"%","rewritten":false,"id":null})"},
         // A line that names a refusal, or a record that is not stored, is no notification.
         {{line("refusal", R"({"title":"","body":"","rewritten":true,"id":"REFUSAL"})")},
          R"({"title":"Original","body":"%","rewritten":false,"id":null})"},
@@ -380,6 +385,8 @@ TEST(Agent, ShowsThePushsOwnAlertWhenTheExtensionDeliversNoNotification)
         if (const auto mark = wanted.find('%'); mark != std::string::npos) wanted.replace(mark, 1, body);
         EXPECT_EQ(contentOf(desktop.delivered(1), id), wanted);
         EXPECT_EQ(desktop.notifications().size(), 1u);
+        if (arguments.front().ends_with(unrunnable.string()))
+            agent.waitFor("could not run " + unrunnable.string() + ": No such file or directory");
     }
 }
 

@@ -25,6 +25,46 @@ std::string because(const char* what)
     return std::string(what) + ": " + std::strerror(errno);
 }
 
+// What the child of start() reads, and what it reports before it executes the program.
+struct ChildSetup {
+    char* const* argv;
+    int processes; // the cgroup's cgroup.procs, or -1
+    pid_t parent;
+    int input, output;
+    volatile int failure = 0;        // errno of the step that failed
+    volatile bool executing = false; // set just before exec: a failure after it is the exec's
+};
+
+// The child's side of vfork(): system calls only, then the program or _exit. The agent catches
+// no signal with a handler (it reads them from a signalfd), so a signal that reaches the child
+// before the program runs can only end it.
+[[noreturn]] void becomeExtension(ChildSetup& setup) noexcept
+{
+    // Killed when the thread that started it ends (with the agent, whatever ends it); the check
+    // after it closes the window where the agent died before the request.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (::getppid() != setup.parent) ::_exit(126);
+    if (setup.processes >= 0 && ::write(setup.processes, "0", 1) != 1) {
+        setup.failure = errno;
+        ::_exit(126);
+    }
+    ::setpgid(0, 0);
+    sigset_t all;
+    ::sigemptyset(&all);
+    ::sigprocmask(SIG_SETMASK, &all, nullptr);
+    struct sigaction standard { };
+    standard.sa_handler = SIG_DFL;
+    ::sigaction(SIGPIPE, &standard, nullptr);
+    if (::dup2(setup.input, 0) < 0 || ::dup2(setup.output, 1) < 0) {
+        setup.failure = errno;
+        ::_exit(126);
+    }
+    setup.executing = true;
+    ::execvp(setup.argv[0], setup.argv);
+    setup.failure = errno;
+    ::_exit(127);
+}
+
 } // namespace
 
 std::unique_ptr<ExtensionProcess> ExtensionProcess::start(const std::vector<std::string>& command,
@@ -33,95 +73,47 @@ std::unique_ptr<ExtensionProcess> ExtensionProcess::start(const std::vector<std:
 {
     std::unique_ptr<ExtensionProcess> process(new ExtensionProcess());
     process->leaf_ = std::move(leaf);
-    int toChild[2], fromChild[2], go[2], report[2];
+    int toChild[2], fromChild[2];
     if (::pipe2(toChild, O_CLOEXEC) != 0) {
-        failure = because("cannot start");
+        failure = because("could not start");
         return nullptr;
     }
     if (::pipe2(fromChild, O_CLOEXEC) != 0) {
-        failure = because("cannot start");
+        failure = because("could not start");
         ::close(toChild[0]), ::close(toChild[1]);
-        return nullptr;
-    }
-    if (::pipe2(go, O_CLOEXEC) != 0) {
-        failure = because("cannot start");
-        ::close(toChild[0]), ::close(toChild[1]), ::close(fromChild[0]), ::close(fromChild[1]);
-        return nullptr;
-    }
-    if (::pipe2(report, O_CLOEXEC) != 0) {
-        failure = because("cannot start");
-        ::close(toChild[0]), ::close(toChild[1]), ::close(fromChild[0]), ::close(fromChild[1]);
-        ::close(go[0]), ::close(go[1]);
         return nullptr;
     }
     process->input_ = toChild[1];
     process->output_ = fromChild[0];
-    process->go_ = go[1];
-    process->report_ = report[0];
 
-    // Everything the child touches is prepared here: after fork only async-signal-safe calls.
+    // Everything the child touches is prepared here. The child borrows this process's memory
+    // until it executes the program (vfork: no copy of the agent's pages, which cost most of a
+    // start), so it makes system calls only and reports through `child`. This thread waits
+    // meanwhile.
     std::vector<char*> argv;
     for (const auto& argument : command) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
-    const int procs = process->leaf_ ? process->leaf_->processesDescriptor() : -1;
-    const pid_t parent = ::getpid();
-
-    const pid_t pid = ::fork();
-    if (pid < 0) {
-        failure = because("cannot start");
-        ::close(toChild[0]), ::close(fromChild[1]), ::close(go[0]), ::close(report[1]);
-        return nullptr;
-    }
-    if (pid == 0) {
-        // Killed when the thread that forked it ends (with the agent, whatever ends it); the
-        // check after it closes the window where the agent died before the request.
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (::getppid() != parent) ::_exit(126);
-        if (procs >= 0 && ::write(procs, "0", 1) != 1) ::_exit(126);
-        ::setpgid(0, 0);
-        sigset_t all;
-        ::sigemptyset(&all);
-        ::sigprocmask(SIG_SETMASK, &all, nullptr);
-        struct sigaction standard { };
-        standard.sa_handler = SIG_DFL;
-        ::sigaction(SIGPIPE, &standard, nullptr);
-        if (::dup2(toChild[0], 0) < 0 || ::dup2(fromChild[1], 1) < 0) ::_exit(126);
-        char byte = 0;
-        ssize_t got;
-        while ((got = ::read(go[0], &byte, 1)) < 0 && errno == EINTR) { }
-        if (got != 1) ::_exit(0); // never released: nothing was run
-        ::execvp(argv[0], argv.data());
-        const int execFailure = errno;
-        [[maybe_unused]] auto reported = ::write(report[1], &execFailure, sizeof execFailure);
-        ::_exit(127);
-    }
+    ChildSetup child{argv.data(), process->leaf_ ? process->leaf_->processesDescriptor() : -1, ::getpid(), toChild[0],
+                     fromChild[1]};
+    const pid_t pid = ::vfork();
+    if (pid == 0) becomeExtension(child);
+    if (pid < 0) failure = because("could not start");
+    ::close(toChild[0]), ::close(fromChild[1]);
+    if (pid < 0) return nullptr;
     process->pid_ = pid;
-    ::setpgid(pid, pid); // also here, so that a kill before the child ran reaches its group
-    ::close(toChild[0]), ::close(fromChild[1]), ::close(go[0]), ::close(report[1]);
+    if (child.failure != 0 || !child.executing) {
+        const std::string reason = child.failure != 0 ? std::strerror(child.failure) : "the agent is ending";
+        failure = child.executing ? "could not run " + command.front() + ": " + reason : "could not start: " + reason;
+        return nullptr; // the destructor reaps it
+    }
     process->exited_ = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
     if (process->exited_ < 0) {
-        failure = because("cannot watch it"); // never leave a process running unwatched
-        return nullptr;                       // the destructor kills and reaps it
+        failure = because("could not start: cannot watch it"); // never leave a process running unwatched
+        return nullptr;                                        // the destructor kills and reaps it
     }
     ::fcntl(process->input_, F_SETFL, O_NONBLOCK);
     ::fcntl(process->output_, F_SETFL, O_NONBLOCK);
     return process;
-}
-
-bool ExtensionProcess::release(std::string& failure)
-{
-    const char byte = 1;
-    ssize_t written;
-    while ((written = ::write(go_, &byte, 1)) < 0 && errno == EINTR) { }
-    closeDescriptor(go_);
-    int execFailure = 0;
-    ssize_t reported;
-    while ((reported = ::read(report_, &execFailure, sizeof execFailure)) < 0 && errno == EINTR) { }
-    closeDescriptor(report_);
-    if (written == 1 && reported <= 0) return true;
-    failure = written == 1 ? std::strerror(execFailure) : "it ended before it ran";
-    reap();
-    return false;
 }
 
 void ExtensionProcess::closeInput()
@@ -150,10 +142,8 @@ int ExtensionProcess::reap()
 
 ExtensionProcess::~ExtensionProcess()
 {
-    closeDescriptor(go_); // a child still held ends on its own
     kill();
     reap();
-    closeDescriptor(report_);
     closeDescriptor(input_);
     closeDescriptor(output_);
     closeDescriptor(exited_);

@@ -63,7 +63,7 @@ std::unique_ptr<ExtensionProcess> ExtensionRunner::spawn(const std::string& name
 {
     auto leaf = cgroup_ ? cgroup_->makeLeaf(name, limits_.memoryBytes) : nullptr;
     if (cgroup_ && !leaf) {
-        failure = "cannot make its cgroup";
+        failure = "could not start: cannot make its cgroup";
         return nullptr;
     }
     return ExtensionProcess::start(command_, std::move(leaf), failure);
@@ -138,15 +138,6 @@ ExtensionRun ExtensionRunner::verdict(const ExtensionProcess& process, const Sup
         result.ending = "killed at the memory limit of " + std::to_string(limits_.memoryBytes >> 20) + " MiB";
     if (!result.stopped) result.content = printedContent(supervision.output);
     return result;
-}
-
-ExtensionRun ExtensionRunner::run(const std::string& input, const std::string& name) const
-{
-    std::string failure;
-    const auto process = spawn(name, failure);
-    if (!process || !process->release(failure))
-        return {std::nullopt, "could not run " + command_.front() + ": " + failure};
-    return verdict(*process, supervise(*process, input, -1));
 }
 
 } // namespace fexo::agent

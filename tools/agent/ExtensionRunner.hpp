@@ -40,24 +40,23 @@ struct Supervision {
 };
 
 // Runs the extension program for pushes, each run in a process of its own (and its own process
-// group) that gets the push's JSON on standard input. The time limit runs from the release; the
+// group) that gets the push's JSON on standard input. The time limit runs from the start; the
 // memory limit is the cgroup's memory.max when a delegated cgroup is given, else the process's
 // resident set, read while it runs. At either limit the process and its group are killed. The
 // child's standard error is this process's.
 //
-// One run is spawn() (held before the program runs), ExtensionProcess::release(), supervise()
-// and verdict(). Thread rules: every member may be called from several threads at once; a
+// One run is spawn(), supervise() and verdict(). Thread rules: every member may be called from several threads at once; a
 // process is spawned, supervised and destroyed on one thread.
 class ExtensionRunner {
 public:
     // `command` is the program and its arguments; `cgroup` may be null.
     ExtensionRunner(std::vector<std::string> command, ExtensionLimits limits, std::unique_ptr<MemoryCgroup> cgroup);
 
-    // A held process for one push; `name` names its cgroup. Null, with `failure` in words, when
-    // it cannot be started.
+    // The running process for one push; `name` names its cgroup. Null, with `failure` in words
+    // ("could not start: …", "could not run <program>: …"), when the program does not run.
     std::unique_ptr<ExtensionProcess> spawn(const std::string& name, std::string& failure) const;
 
-    // Feeds `input` to the released process and collects its output until it ends, passes a
+    // Feeds `input` to the process and collects its output until it ends, passes a
     // limit, or `stop` (a descriptor, -1 for none) becomes readable; then kills what is left of
     // its group and reaps it. Blocks at most about the time limit.
     Supervision supervise(ExtensionProcess& process, const std::string& input, int stop) const;
@@ -65,9 +64,6 @@ public:
     // The content it delivered (its last line, when that is content and it was not killed) and
     // how it ended.
     ExtensionRun verdict(const ExtensionProcess& process, const Supervision& supervision) const;
-
-    // spawn, release, supervise and verdict in one, for a push whose start need not be recorded.
-    ExtensionRun run(const std::string& input, const std::string& name) const;
 
     // "cgroup memory.max under <path>" or "resident memory watched every 10 ms".
     std::string memoryEnforcement() const;

@@ -75,17 +75,16 @@ void PushScheduler::work()
         }
         ExtensionRun run;
         std::string failure;
+        // Recorded before the extension runs: a push that may have reached the server is never
+        // run again, whatever stops the agent after this.
+        queue_.markRunning(push.sequence);
         if (auto process = runner_.spawn(push.requestId, failure)) {
-            // Recorded before the extension runs: a push that may have reached the server is
-            // never run again, whatever stops the agent after this.
-            queue_.markRunning(push.sequence, ProcessGroupRecord::of(process->processGroup()));
-            if (process->release(failure)) {
-                run = runner_.verdict(*process, runner_.supervise(*process, push.userInfoJSON, abandon_));
-            } else {
-                run.ending = "could not run " + runner_.command().front() + ": " + failure;
-            }
+            // So that an agent started later kills what is left of the group. The extension
+            // itself dies with this agent (PR_SET_PDEATHSIG) before and after this commit.
+            queue_.recordProcessGroup(push.sequence, ProcessGroupRecord::of(process->processGroup()));
+            run = runner_.verdict(*process, runner_.supervise(*process, push.userInfoJSON, abandon_));
         } else {
-            run.ending = "could not start: " + failure;
+            run.ending = failure;
         }
         if (!run.stopped) finished_(std::move(push), std::move(run));
         std::lock_guard lock(mutex_);

@@ -229,10 +229,19 @@ bool QueueDatabase::accept(QueuedPush& push)
     return true;
 }
 
-bool QueueDatabase::markRunning(std::int64_t sequence, const ProcessGroupRecord& group)
+bool QueueDatabase::markRunning(std::int64_t sequence)
 {
     std::lock_guard lock(mutex_);
-    Statement update(database_, "UPDATE pushes SET state = 1, process_group = ?2, leader_start = ?3, boot_id = ?4 "
+    Statement update(database_, "UPDATE pushes SET state = 1 WHERE sequence = ?1");
+    if (update.bind(1, sequence).run()) return true;
+    logFailure("record a running extension");
+    return false;
+}
+
+bool QueueDatabase::recordProcessGroup(std::int64_t sequence, const ProcessGroupRecord& group)
+{
+    std::lock_guard lock(mutex_);
+    Statement update(database_, "UPDATE pushes SET process_group = ?2, leader_start = ?3, boot_id = ?4 "
                                 "WHERE sequence = ?1");
     if (update.bind(1, sequence)
             .bind(2, static_cast<std::int64_t>(group.group))

@@ -74,7 +74,8 @@ public:
 
     // Commits `push` (state accepted) with a flush and sets its sequence.
     bool accept(QueuedPush& push);
-    bool markRunning(std::int64_t sequence, const ProcessGroupRecord& group);
+    bool markRunning(std::int64_t sequence);
+    bool recordProcessGroup(std::int64_t sequence, const ProcessGroupRecord& group);
     bool markContentKnown(std::int64_t sequence, const tool::DeliveredContent& content);
     bool markSignalled(std::int64_t sequence);
     // The push leaves the queue, and `shown` is remembered, in one transaction.
