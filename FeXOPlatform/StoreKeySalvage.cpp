@@ -1,5 +1,6 @@
 #include <FeXOPlatform/StoreKeySalvage.hpp>
 
+#include <FeXOPlatform/PreparedStatement.hpp>
 #include <FeXOPlatform/ReadTracingFileSystem.hpp>
 
 #include <sqlite3.h>
@@ -12,18 +13,6 @@
 namespace fexo {
 
 namespace {
-
-struct StatementFinalizer {
-    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-};
-using Statement = std::unique_ptr<sqlite3_stmt, StatementFinalizer>;
-
-Statement prepare(sqlite3* database, const char* sql)
-{
-    sqlite3_stmt* raw = nullptr;
-    sqlite3_prepare_v2(database, sql, -1, &raw, nullptr);
-    return Statement(raw);
-}
 
 std::string bytesAt(sqlite3_stmt* statement, int column)
 {
@@ -105,9 +94,10 @@ public:
     Search(sqlite3* database, const std::function<bool(const StoreKeySalvage::Key&)>& found,
            const StoreKeySalvage::Limits& limits)
         : database_(database),
-          forward_(prepare(database, "SELECT key FROM defaults NOT INDEXED WHERE key >= ?1 ORDER BY key")),
-          backward_(prepare(database, "SELECT key FROM defaults NOT INDEXED WHERE key < ?1 ORDER BY key DESC")),
-          fromEnd_(prepare(database, "SELECT key FROM defaults NOT INDEXED ORDER BY key DESC")), found_(found),
+          forward_(prepareStatement(database, "SELECT key FROM defaults NOT INDEXED WHERE key >= ?1 ORDER BY key")),
+          backward_(
+              prepareStatement(database, "SELECT key FROM defaults NOT INDEXED WHERE key < ?1 ORDER BY key DESC")),
+          fromEnd_(prepareStatement(database, "SELECT key FROM defaults NOT INDEXED ORDER BY key DESC")), found_(found),
           limits_(limits)
     {
     }
@@ -284,9 +274,9 @@ private:
     }
 
     sqlite3* database_;
-    Statement forward_;
-    Statement backward_;
-    Statement fromEnd_;
+    PreparedStatement forward_;
+    PreparedStatement backward_;
+    PreparedStatement fromEnd_;
     const std::function<bool(const StoreKeySalvage::Key&)>& found_;
     StoreKeySalvage::Limits limits_;
     StoreKeySalvage::Outcome outcome_;

@@ -2,6 +2,7 @@
 
 #include <FeXOPlatform/AppGroupFolders.hpp>
 #include <FeXOPlatform/OpenStores.hpp>
+#include <FeXOPlatform/PreparedStatement.hpp>
 #include <FeXOPlatform/ReadTracingFileSystem.hpp>
 #include <FeXOPlatform/StoreDatabaseFile.hpp>
 #include <FeXOPlatform/StoreKeySalvage.hpp>
@@ -26,18 +27,6 @@ namespace fexo {
 namespace {
 
 constexpr int lockAttempts = 6;
-
-struct StatementFinalizer {
-    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-};
-using Statement = std::unique_ptr<sqlite3_stmt, StatementFinalizer>;
-
-Statement prepare(sqlite3* database, const char* sql)
-{
-    sqlite3_stmt* raw = nullptr;
-    sqlite3_prepare_v2(database, sql, -1, &raw, nullptr);
-    return Statement(raw);
-}
 
 std::optional<std::filesystem::path> databasePathOf(std::string_view suiteName)
 {
@@ -78,12 +67,12 @@ bool readRow(sqlite3_stmt* statement, const StoreKeySalvage::Key& key)
 // value are copied as SQLite holds them, storage class included.
 bool copyReadableRows(sqlite3* damaged, sqlite3* fresh, UserDefaultsRepair::Outcome& outcome)
 {
-    auto byKey = prepare(damaged, "SELECT key, kind, value FROM defaults NOT INDEXED WHERE key = ?1");
-    auto fromAbove =
-        prepare(damaged, "SELECT key, kind, value FROM defaults NOT INDEXED WHERE key <= ?1 ORDER BY key DESC LIMIT 1");
+    auto byKey = prepareStatement(damaged, "SELECT key, kind, value FROM defaults NOT INDEXED WHERE key = ?1");
+    auto fromAbove = prepareStatement(
+        damaged, "SELECT key, kind, value FROM defaults NOT INDEXED WHERE key <= ?1 ORDER BY key DESC LIMIT 1");
     // A tree that contradicts itself may lead to one key more than once: it is kept, or counted
     // lost, once.
-    auto insert = prepare(fresh, "INSERT OR IGNORE INTO defaults (key, kind, value) VALUES (?1, ?2, ?3)");
+    auto insert = prepareStatement(fresh, "INSERT OR IGNORE INTO defaults (key, kind, value) VALUES (?1, ?2, ?3)");
     if (!insert) {
         outcome.failure = std::string("could not write the fresh store: ") + sqlite3_errmsg(fresh);
         return false;
@@ -172,7 +161,7 @@ UserDefaultsRepair::Check UserDefaultsRepair::check(std::string_view suiteName)
         result.problems.push_back("the store cannot be opened");
         return result;
     }
-    auto statement = prepare(database.get(), "PRAGMA integrity_check(100)");
+    auto statement = prepareStatement(database.get(), "PRAGMA integrity_check(100)");
     int step = SQLITE_ERROR;
     while (statement && (step = sqlite3_step(statement.get())) == SQLITE_ROW) {
         const std::string line = text(statement.get(), 0);
