@@ -9,11 +9,15 @@ namespace fexo::agent {
 
 namespace {
 
-std::string currentBootId()
+// Read once: it lasts as long as the boot, and every push's record carries it.
+const std::string& currentBootId()
 {
-    std::ifstream file("/proc/sys/kernel/random/boot_id");
-    std::string id;
-    std::getline(file, id);
+    static const std::string id = [] {
+        std::ifstream file("/proc/sys/kernel/random/boot_id");
+        std::string line;
+        std::getline(file, line);
+        return line;
+    }();
     return id;
 }
 
